@@ -1,0 +1,117 @@
+/*
+ * Control interface of the scriptable fake engine (libnorvo.so built from engine/fake).
+ *
+ * Tests and host programs use it to script statuses and model-set attributes, to inspect every
+ * engine call with its arguments (strings copied at call time), and to fire registered callbacks
+ * either synchronously or from a decoder's own thread, as a real engine does.
+ *
+ * All functions are thread-safe. None of them holds the fake's lock while it calls back into the
+ * client, so callbacks may call engine operations.
+ */
+#ifndef NORVO_FAKE_FAKE_NORVO_H
+#define NORVO_FAKE_FAKE_NORVO_H
+
+#include <norvo/NorvoApi.h>
+
+#include <functional>
+#include <string>
+#include <vector>
+
+namespace norvo_fake {
+
+// Statuses the fake returns on its own (scripted statuses take precedence).
+constexpr NorvoStatus kAlreadyExists = 2;  // id already created
+constexpr NorvoStatus kNotFound = 3;       // unknown model set or decoder id
+constexpr NorvoStatus kInUse = 4;          // model set still has decoders
+
+// Model-set attributes served when none were scripted for a model set.
+extern const char* const kDefaultModelSetAttributes;
+// Text returned by NorvoApi_GetAttributes unless scripted.
+extern const char* const kDefaultLibraryAttributes;
+
+// One recorded engine call. args hold the arguments as text: strings copied ("null" for a null
+// pointer), integers in decimal, function pointers as fnText() prints them.
+struct Call {
+    std::string op;
+    std::vector<std::string> args;
+};
+
+// Text for a function or data pointer as recorded in Call::args: "null" or "0x<hex>".
+std::string ptrText(const void* p);
+template <typename F>
+std::string fnText(F f) {
+    return ptrText(reinterpret_cast<const void*>(f));
+}
+
+// Forgets every call, script, model set and decoder (decoder threads are joined) and every
+// registered callback. Call it at the start of each test.
+void reset();
+
+std::vector<Call> calls();
+// The recorded calls of one operation, in order.
+std::vector<Call> callsOf(const std::string& op);
+// The operation names of every recorded call, in order.
+std::vector<std::string> callNames();
+
+// Every later call of op returns status (and has no effect).
+void setStatus(const std::string& op, NorvoStatus status);
+// Calls of op whose first argument (a model-set or decoder id) equals id return status.
+void setStatus(const std::string& op, const std::string& id, NorvoStatus status);
+void clearStatuses();
+
+void setModelSetAttributes(const std::string& modelSetId, const std::string& json);
+void setLibraryAttributes(const std::string& text);
+
+// When false, NorvoDecoder_PushAudioEvent is not recorded as a Call (for benchmarks).
+void setRecordAudioPushes(bool record);
+
+struct ModelSetInfo {
+    std::string manifestPath;
+    std::string options;
+};
+bool modelSet(const std::string& id, ModelSetInfo* out);
+
+struct DecoderInfo {
+    std::string kind;  // "spotter", "multichannel" or "pcm16"
+    std::string modelSetId;
+    std::string keywordSetName;
+    std::string config;
+    NorvoMultichannelAudioFormat format;
+    int threadId;
+};
+bool decoder(const std::string& id, DecoderInfo* out);
+std::vector<std::string> decoderIds();
+
+// The callbacks currently registered (null where none is).
+struct Callbacks {
+    NorvoLoggingCallback logging;
+    NorvoMetricsCallback metrics;
+    EnumeratedResult_Callback enumeratedResult;
+    LocalCommandEnumeratedResult_Callback localCommand;
+    AcousticEventDetectionResult_Callback acousticEvent;
+    PresenceDetectionResult_Callback presence;
+    NttResult_Callback nttResult;
+    NttEndOfSpeech_Callback nttEndOfSpeech;
+    Jsondata_Callback jsondata;
+    NorvoDmsMetrics_Callback dmsMetrics;
+    NorvoDmsQuillanMetrics_Callback dmsQuillanMetrics;
+    NorvoFederatedLearning_resultCallback federatedLearning;
+    NorvoFederatedLearning_unsecuredResultCallback federatedLearningUnsecured;
+    NorvoFederatedLearning_idleDetectionCallback federatedLearningIdle;
+};
+Callbacks callbacks();
+
+// Runs fn on the decoder's own thread. With wait, returns after fn has run. Returns false when the
+// decoder does not exist.
+bool runOnDecoderThread(const std::string& decoderId, std::function<void()> fn, bool wait = true);
+
+// The nice value of the decoder's thread as that thread sees it (getpriority on itself), or
+// INT32_MIN when the decoder does not exist.
+int decoderThreadNice(const std::string& decoderId);
+
+// Calls the registered logging callback (if any) on the calling thread, as the engine would.
+void emitLog(int level, const std::string& message);
+
+}  // namespace norvo_fake
+
+#endif  // NORVO_FAKE_FAKE_NORVO_H

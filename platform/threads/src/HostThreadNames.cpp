@@ -1,0 +1,47 @@
+// On a device, android::Thread::run names its thread and applies its priority. The host libutils
+// ignores both; this layer installs a creation hook (used for threads that can call Java, the
+// libutils default) that does the same, so thread names and nice values are real on the host.
+#include <utils/AndroidThreads.h>
+
+#include <pthread.h>
+#include <sys/resource.h>
+#include <sys/syscall.h>
+#include <unistd.h>
+
+#include <cstring>
+#include <new>
+
+namespace {
+
+struct ThreadStart {
+    android_thread_func_t entry;
+    void* userData;
+    char name[16];  // the kernel keeps 15 characters
+    int priority;
+};
+
+int trampoline(void* arg) {
+    ThreadStart start = *static_cast<ThreadStart*>(arg);
+    delete static_cast<ThreadStart*>(arg);
+    if (start.name[0] != '\0') pthread_setname_np(pthread_self(), start.name);
+    // Negative nice values need privileges; without them the thread keeps the default, as a
+    // device's unprivileged process would.
+    setpriority(PRIO_PROCESS, static_cast<id_t>(syscall(SYS_gettid)), start.priority);
+    return start.entry(start.userData);
+}
+
+int createNamedThread(android_thread_func_t entry, void* userData, const char* name,
+                      int32_t priority, size_t stackSize, android_thread_id_t* threadId) {
+    ThreadStart* start = new (std::nothrow) ThreadStart{entry, userData, {}, priority};
+    if (start == nullptr) return 0;
+    if (name != nullptr) strncpy(start->name, name, sizeof(start->name) - 1);
+    int created = androidCreateRawThreadEtc(trampoline, start, name, priority, stackSize, threadId);
+    if (created == 0) delete start;
+    return created;
+}
+
+struct InstallHook {
+    InstallHook() { androidSetCreateThreadFunc(createNamedThread); }
+} gInstallHook;
+
+}  // namespace

@@ -1,0 +1,213 @@
+/*
+ * velmar::WakeWordService: the one object that hosts the keyword-spotting engine for the process.
+ *
+ * The Java bridge constructs exactly one instance and holds it in an android::sp. Taking the first
+ * strong reference runs initialize() synchronously (onFirstRef); the result is kept in
+ * mInitStatus, and operations that need an initialised engine refuse with their own
+ * "<operation>: WakeWordService not initialized." message while it is non-zero. When the last
+ * strong reference goes, the destructor runs destroy().
+ *
+ * Statuses: every operation returns an android::status_t: 0 on success, an engine status unchanged
+ * where an engine call failed (1 is NORVO_ERROR_FATAL), INVALID_OPERATION (-38) when the current
+ * state does not allow the operation, BAD_VALUE (-22) for bad arguments.
+ *
+ * Threads: control operations run on Java caller threads; audio arrives on the platform's capture
+ * threads and the injector thread; results arrive on engine threads and go straight to the
+ * callbacks given to the constructor. Readiness flags, feature switches and frame counters are
+ * plain fields written by one side and read by the other without a lock. The five mutexes below
+ * are never nested.
+ */
+#ifndef VELMAR_WAKE_WORD_SERVICE_H
+#define VELMAR_WAKE_WORD_SERVICE_H
+
+#include <audiostream/AudioStream.h>
+#include <norvo/NorvoApi.h>
+#include <utils/Errors.h>
+#include <utils/RefBase.h>
+#include <utils/String16.h>
+#include <utils/String8.h>
+#include <utils/StrongPointer.h>
+#include <utils/Vector.h>
+
+#include <cstdint>
+#include <mutex>
+#include <string>
+
+#include "AspEventMonitor.h"
+#include "AudioRecordInput.h"
+#include "PlaybackStatusNotifier.h"
+#include "WakeWordInjector.h"
+
+namespace velmar {
+
+// Channel count of the captured input: 3 with three-channel input, else 2 with a one-mic stream,
+// else 1. Written by the constructor, read by capture set-up and the input paths; a second service
+// instance would overwrite it.
+extern uint32_t gChannelCount;
+
+class WakeWordService : public android::RefBase {
+  public:
+    // Called by the service itself when it starts (true) or stops (false) the matching decoder.
+    typedef void (*AedStaticDecoderStatus_Callback)(bool started);
+    typedef void (*AedCustomDecoderStatus_Callback)(bool started);
+    typedef void (*NttDecoderStatus_Callback)(bool started);
+    typedef void (*PmaDecoderStatus_Callback)(bool started);
+    // Registered with the engine for its two metrics channels.
+    typedef void (*RecordMetrics_Callback)(NorvoDMSMetricData* data);
+    typedef void (*RecordQuillanMetrics_Callback)(NorvoDMSQuillanMetricData* data);
+
+    // Stores the configuration; starts nothing and makes no engine call. audioStream must not be
+    // null. The path and wake-word pointers are kept as given (not copied) and are read only until
+    // initialize() returns; the callbacks are handed to the engine unchanged.
+    WakeWordService(const char* opPackageName,
+                    EnumeratedResult_Callback enumeratedResultCallback,
+                    AcousticEventDetectionResult_Callback acousticEventDetectionResultCallback,
+                    LocalCommandEnumeratedResult_Callback localCommandEnumeratedResultCallback,
+                    NttResult_Callback nttResultCallback,
+                    NttEndOfSpeech_Callback nttEndOfSpeechCallback,
+                    Jsondata_Callback jsondataCallback,
+                    AedStaticDecoderStatus_Callback aedStaticDecoderStatusCallback,
+                    AedCustomDecoderStatus_Callback aedCustomDecoderStatusCallback,
+                    NttDecoderStatus_Callback nttDecoderStatusCallback,
+                    PmaDecoderStatus_Callback pmaDecoderStatusCallback,
+                    RecordMetrics_Callback recordMetricsCallback,
+                    RecordQuillanMetrics_Callback recordQuillanMetricsCallback,
+                    NorvoFederatedLearning_resultCallback federatedLearningResultCallback,
+                    NorvoFederatedLearning_unsecuredResultCallback
+                            federatedLearningUnsecuredResultCallback,
+                    NorvoFederatedLearning_idleDetectionCallback federatedLearningIdleDetectionCallback,
+                    const android::sp<AudioStream>& audioStream,
+                    const android::sp<AudioStream>& oneMicAudioStream,
+                    const char* norvoModelManifestPath, const char* aedStaticModelManifestPath,
+                    const char* nttModelPath, const char* pmaModelPath,
+                    const char* aedCustomModelPath, const char** wakeWords, int wakeWordCount,
+                    bool playbackViaAudioRecord, bool suppressPlaybackAtInit, bool aedAvailable,
+                    bool nearMissEnabled, bool threeChannelInput, bool nttEnabled,
+                    bool preloadNttModel, bool oneMicEnabled, int decoderThreadPriority,
+                    int audioRecordFrameCount, int32_t localTimeOffset, int ttsStreamType);
+    // Runs destroy(), then releases the members.
+    ~WakeWordService() override;
+
+    // ---- Lifecycle (WakeWordService.cpp) ----
+    // mInitStatus = initialize(), on the thread taking the first strong reference.
+    void onFirstRef() override;
+    // Capture set-up, engine setup, the mirror writers, then the playback detector. The first
+    // failure runs destroy() and is returned; a playback-detector failure is only logged.
+    android::status_t initialize();
+    // Stops capture, deletes decoders and model sets, removes engine callbacks, stops the ASP
+    // monitor. Safe to call more than once; engine failures are logged and teardown goes on.
+    void destroy();
+    // No effect; the bridge calls it before dropping its reference.
+    void release();
+    // Writes "Audio frames read: N\n" to fd. Always 0.
+    android::status_t dump(int fd, const android::Vector<android::String16>& args);
+
+    // ---- Engine setup ----
+    android::status_t initializeNorvo();
+
+    // ---- Wake-word model ----
+    void destroyNorvoModel();
+
+    // ---- Input path: mirror writers (WakeWordServiceStreams.cpp) ----
+    android::status_t initializeAudioRecordAndInjector();
+    // Open mAudioStreamWriter / mOneMicAudioStreamWriter. INVALID_OPERATION without the stream,
+    // else the stream's openWriter status.
+    android::status_t startAudioStream();
+    android::status_t startOneMicAudioStream();
+    // Close and release the writer; INVALID_OPERATION when none is open, else the close status.
+    android::status_t stopAudioStream();
+    android::status_t stopOneMicAudioStream();
+
+    // ---- Frame accounting (WakeWordServiceFrames.cpp) ----
+    // Six INFO lines with the guard words and both frame counters.
+    void logFrameCountBoundaries();
+
+    // ---- Playback path ----
+    android::status_t enablePlaybackDetector();
+    void playbackDestroy();
+
+    // ---- Audio event detection ----
+    void destroyAedCustomModel();
+    void destroyAedDecoderAndStaticModel(bool destroyDecoder, bool destroyStaticModel);
+
+    // ---- Natural turn taking ----
+    void destroyNttModel();
+
+    // ---- Members, in declaration order ----
+    android::status_t mInitStatus;
+    bool mBackfillPending;
+    uint16_t mBackfillDurationMs;
+    std::mutex mBackfillLock;  // try_lock by backfill; skipped when busy
+    bool mDetectorEnabled;
+    bool mWWDetectionEnabled;
+    std::mutex mWWDetectionLock;  // serialises setWWDetectionEnabled
+    bool mInputModelReady;
+    android::String16 mPackageName;
+    android::sp<AudioStream> mAudioStream;
+    bool mOneMicEnabled;
+    android::sp<AudioStream> mOneMicAudioStream;
+    android::sp<AudioStreamWriter> mAudioStreamWriter;
+    android::sp<AudioStreamWriter> mOneMicAudioStreamWriter;
+    uint32_t mBytesPerSample;
+    uint32_t mInputBeforeBoundary;
+    uint64_t mInputFrameCount;
+    uint32_t mInputAfterBoundary;
+    bool mPlaybackViaAudioRecord;
+    bool mSuppressPlaybackAtInit;
+    bool mPlaybackDetectorInitiated;
+    bool mPlaybackModelReady;
+    std::mutex mPlaybackNotifierLock;  // guards use of mPlaybackStatusNotifier
+    android::sp<PlaybackStatusNotifier> mPlaybackStatusNotifier;
+    uint32_t mPlaybackBeforeBoundary;
+    uint64_t mPlaybackFrameCount;
+    uint32_t mPlaybackAfterBoundary;
+    bool mNearMissEnabled;
+    bool mThreeChannelInput;
+    int mDecoderThreadPriority;
+    int mAudioRecordFrameCount;
+    int32_t mLocalTimeOffset;
+    int mTtsStreamType;
+    android::sp<AudioRecordInput> mAudioInput;
+    android::sp<WakeWordInjector> mInjector;
+    android::sp<AspEventMonitor> mAspEventMonitor;
+    bool mAedAvailable;
+    bool mAedModelSetCreated;
+    bool mAedDecoderCreated;
+    bool mAedEnabled;
+    bool mPushDataToPlaybackDetector;
+    bool mNttDetectionEnabled;
+    bool mNttEnabled;
+    bool mPreloadNttModel;
+    bool mNttDecoderReady;
+    std::string mNttModelPath;
+    std::mutex mNttLock;  // NTT model creation
+    NttResult_Callback mNttResultCallback;
+    NttEndOfSpeech_Callback mNttEndOfSpeechCallback;
+    int32_t mNttConfiguration;
+    bool mNttSupportedInWwModel;
+    bool mPmaDecoderReady;
+    std::string mPmaModelPath;
+    std::mutex mPmaLock;  // PMA decoder creation and destruction; try_lock on the audio push
+    const char* mNorvoModelManifestPath;
+    std::string mAedStaticModelManifestPath;
+    std::string mAedCustomModelPath;
+    const char** mWakeWords;
+    int mWakeWordCount;
+    EnumeratedResult_Callback mEnumeratedResultCallback;
+    AcousticEventDetectionResult_Callback mAcousticEventDetectionResultCallback;
+    LocalCommandEnumeratedResult_Callback mLocalCommandEnumeratedResultCallback;
+    Jsondata_Callback mJsondataCallback;
+    AedStaticDecoderStatus_Callback mAedStaticDecoderStatusCallback;
+    AedCustomDecoderStatus_Callback mAedCustomDecoderStatusCallback;
+    NttDecoderStatus_Callback mNttDecoderStatusCallback;
+    PmaDecoderStatus_Callback mPmaDecoderStatusCallback;
+    RecordMetrics_Callback mRecordMetricsCallback;
+    RecordQuillanMetrics_Callback mRecordQuillanMetricsCallback;
+    NorvoFederatedLearning_resultCallback mFederatedLearningResultCallback;
+    NorvoFederatedLearning_unsecuredResultCallback mFederatedLearningUnsecuredResultCallback;
+    NorvoFederatedLearning_idleDetectionCallback mFederatedLearningIdleDetectionCallback;
+};
+
+}  // namespace velmar
+
+#endif  // VELMAR_WAKE_WORD_SERVICE_H

@@ -1,0 +1,224 @@
+// The host audio stream: positions, wrap-around, lagging readers, blocking reads and one writer
+// racing several readers.
+#include <audiostream/AudioStream.h>
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <cstring>
+#include <thread>
+#include <vector>
+
+#include "Wait.h"
+
+using android::sp;
+using velmar::AudioStream;
+using velmar::AudioStreamFormat;
+using velmar::AudioStreamReader;
+using velmar::AudioStreamWriter;
+
+namespace {
+
+sp<AudioStream> makeStream(size_t capacity) {
+    return new AudioStream(AudioStreamFormat{AUDIO_FORMAT_PCM_16_BIT, 16000, 1}, capacity);
+}
+
+std::vector<uint8_t> pattern(size_t size, uint32_t start) {
+    std::vector<uint8_t> bytes(size);
+    for (size_t i = 0; i < size; ++i) bytes[i] = static_cast<uint8_t>((start + i) * 7u);
+    return bytes;
+}
+
+}  // namespace
+
+TEST(AudioStream, ReportsFormatAndRoundsCapacity) {
+    sp<AudioStream> stream =
+            new AudioStream(AudioStreamFormat{AUDIO_FORMAT_PCM_8_24_BIT, 48000, 3}, 1000);
+    EXPECT_EQ(AUDIO_FORMAT_PCM_8_24_BIT, stream->getFormat().format);
+    EXPECT_EQ(48000u, stream->getFormat().sampleRate);
+    EXPECT_EQ(3u, stream->getFormat().channelCount);
+    EXPECT_EQ(1024u, stream->capacity());
+}
+
+TEST(AudioStream, OneWriterAtATime) {
+    sp<AudioStream> stream = makeStream(64);
+    sp<AudioStreamWriter> first;
+    sp<AudioStreamWriter> second;
+    ASSERT_EQ(android::NO_ERROR, stream->openWriter(first));
+    EXPECT_EQ(android::INVALID_OPERATION, stream->openWriter(second));
+    EXPECT_EQ(android::NO_ERROR, first->close());
+    EXPECT_EQ(android::INVALID_OPERATION, first->close());
+    EXPECT_EQ(android::INVALID_OPERATION, first->write("x", 1));
+    EXPECT_EQ(android::NO_ERROR, stream->openWriter(second));
+    // Dropping an open writer closes it.
+    second.clear();
+    EXPECT_EQ(android::NO_ERROR, stream->openWriter(second));
+}
+
+TEST(AudioStream, WriterPositionsAndReaderReadBack) {
+    sp<AudioStream> stream = makeStream(64);
+    sp<AudioStreamWriter> writer;
+    ASSERT_EQ(0, stream->openWriter(writer));
+    sp<AudioStreamReader> reader;
+    ASSERT_EQ(0, stream->openReader(reader));
+
+    uint32_t position = 99;
+    ASSERT_EQ(0, writer->getPosition(&position));
+    EXPECT_EQ(0u, position);
+    std::vector<uint8_t> data = pattern(21, 0);
+    EXPECT_EQ(21, writer->write(data.data(), data.size()));
+    ASSERT_EQ(0, writer->getPosition(&position));
+    EXPECT_EQ(21u, position);
+    EXPECT_EQ(android::BAD_VALUE, writer->getPosition(nullptr));
+    EXPECT_EQ(android::BAD_VALUE, writer->write(nullptr, 4));
+
+    std::vector<uint8_t> out(64);
+    EXPECT_EQ(21u, reader->available());
+    EXPECT_EQ(10, reader->read(out.data(), 10));
+    EXPECT_EQ(11, reader->read(out.data() + 10, 64));
+    out.resize(21);
+    EXPECT_EQ(data, out);
+    EXPECT_EQ(0, reader->read(out.data(), 4));  // nothing more, and no waiting
+
+    // Seek back and read the same bytes again.
+    ASSERT_EQ(0, reader->setPosition(5));
+    std::vector<uint8_t> again(6);
+    EXPECT_EQ(6, reader->read(again.data(), 6));
+    EXPECT_TRUE(std::equal(again.begin(), again.end(), data.begin() + 5));
+}
+
+TEST(AudioStream, WrapsAroundAndSkipsWhatALaggingReaderMissed) {
+    sp<AudioStream> stream = makeStream(64);
+    sp<AudioStreamWriter> writer;
+    ASSERT_EQ(0, stream->openWriter(writer));
+    sp<AudioStreamReader> reader;
+    ASSERT_EQ(0, stream->openReader(reader));
+
+    std::vector<uint8_t> all = pattern(200, 0);
+    for (size_t offset = 0; offset < all.size(); offset += 25) {
+        ASSERT_EQ(25, writer->write(all.data() + offset, 25));
+    }
+    // 200 bytes written into 64: the reader lost the oldest 136 and gets the last 64 in order.
+    std::vector<uint8_t> out(200);
+    EXPECT_EQ(64, reader->read(out.data(), out.size()));
+    EXPECT_EQ(136u, reader->lostBytes());
+    EXPECT_TRUE(std::equal(out.begin(), out.begin() + 64, all.begin() + 136));
+    uint32_t position = 0;
+    ASSERT_EQ(0, reader->getPosition(&position));
+    EXPECT_EQ(200u, position);
+}
+
+TEST(AudioStream, PositionsWrapAtThirtyTwoBits) {
+    sp<AudioStream> stream = makeStream(64);
+    sp<AudioStreamWriter> writer;
+    ASSERT_EQ(0, stream->openWriter(writer));
+    sp<AudioStreamReader> reader;
+    ASSERT_EQ(0, stream->openReader(reader));
+    // Drive the writer to just below 2^32 with large writes; only the tail is kept.
+    std::vector<uint8_t> big(1u << 20);
+    uint64_t total = 0;
+    const uint64_t target = (uint64_t{1} << 32) - 16;
+    while (total + big.size() <= target) {
+        ASSERT_EQ(static_cast<ssize_t>(big.size()), writer->write(big.data(), big.size()));
+        total += big.size();
+    }
+    std::vector<uint8_t> rest(static_cast<size_t>(target - total));
+    if (!rest.empty()) writer->write(rest.data(), rest.size());
+    ASSERT_EQ(0, reader->setPosition(static_cast<uint32_t>(target)));
+
+    std::vector<uint8_t> data = pattern(40, 3);
+    ASSERT_EQ(40, writer->write(data.data(), data.size()));
+    uint32_t position = 0;
+    ASSERT_EQ(0, writer->getPosition(&position));
+    EXPECT_EQ(24u, position);  // wrapped
+    std::vector<uint8_t> out(40);
+    EXPECT_EQ(40, reader->read(out.data(), out.size()));
+    EXPECT_EQ(data, out);
+    EXPECT_EQ(0u, reader->lostBytes());
+}
+
+TEST(AudioStream, BlockingReadWakesOnWriteAndOnUnblock) {
+    sp<AudioStream> stream = makeStream(256);
+    sp<AudioStreamWriter> writer;
+    ASSERT_EQ(0, stream->openWriter(writer));
+    sp<AudioStreamReader> reader;
+    ASSERT_EQ(0, stream->openReader(reader));
+
+    std::atomic<ssize_t> got{-1000};
+    std::thread waiting([&] {
+        uint8_t buffer[8];
+        got = reader->read(buffer, sizeof(buffer), -1);
+    });
+    uint8_t byte = 42;
+    // The reader may or may not be asleep yet; either way the write must end its wait.
+    ASSERT_EQ(1, writer->write(&byte, 1));
+    waiting.join();
+    EXPECT_EQ(1, got.load());
+
+    got = -1000;
+    std::thread released([&] {
+        uint8_t buffer[8];
+        got = reader->read(buffer, sizeof(buffer), -1);
+    });
+    reader->unblock();
+    released.join();
+    EXPECT_EQ(0, got.load());
+    // Once unblocked, reads no longer wait.
+    uint8_t buffer[4];
+    EXPECT_EQ(0, reader->read(buffer, sizeof(buffer), -1));
+}
+
+TEST(AudioStream, TimedReadGivesUpWithNothing) {
+    sp<AudioStream> stream = makeStream(64);
+    sp<AudioStreamReader> reader;
+    ASSERT_EQ(0, stream->openReader(reader));
+    uint8_t buffer[4];
+    EXPECT_EQ(0, reader->read(buffer, sizeof(buffer), 20));
+    EXPECT_EQ(0, reader->close());
+    EXPECT_EQ(android::INVALID_OPERATION, reader->read(buffer, sizeof(buffer)));
+    EXPECT_EQ(android::INVALID_OPERATION, reader->close());
+}
+
+// One writer and three readers on their own threads: every byte a reader returns is the byte the
+// writer wrote at that position, whether or not the reader was lapped.
+TEST(AudioStream, ConcurrentReadersSeeOnlyIntactBytes) {
+    sp<AudioStream> stream = makeStream(4096);
+    sp<AudioStreamWriter> writer;
+    ASSERT_EQ(0, stream->openWriter(writer));
+    constexpr uint32_t kTotal = 4u << 20;
+    std::atomic<bool> done{false};
+    std::atomic<int> corrupt{0};
+    std::atomic<uint64_t> checked{0};
+
+    auto readerLoop = [&](size_t chunk) {
+        sp<AudioStreamReader> reader;
+        stream->openReader(reader);
+        std::vector<uint8_t> buffer(chunk);
+        for (;;) {
+            ssize_t n = reader->read(buffer.data(), buffer.size(), 5);
+            if (n > 0) {
+                uint32_t end = 0;
+                reader->getPosition(&end);
+                uint32_t first = end - static_cast<uint32_t>(n);
+                for (ssize_t i = 0; i < n; ++i) {
+                    if (buffer[i] != static_cast<uint8_t>((first + i) * 7u)) ++corrupt;
+                }
+                checked += static_cast<uint64_t>(n);
+            } else if (done.load() && reader->available() == 0) {
+                return;
+            }
+        }
+    };
+    std::vector<std::thread> readers;
+    for (size_t chunk : {64u, 333u, 4096u}) readers.emplace_back(readerLoop, chunk);
+
+    std::vector<uint8_t> block;
+    for (uint32_t written = 0; written < kTotal;) {
+        block = pattern(1 + written % 997, written);
+        writer->write(block.data(), block.size());
+        written += static_cast<uint32_t>(block.size());
+    }
+    done = true;
+    for (std::thread& t : readers) t.join();
+    EXPECT_EQ(0, corrupt.load());
+    EXPECT_GT(checked.load(), 0u);
+}

@@ -1,0 +1,102 @@
+// Host platform layers: system properties over libbase, and thread names and priorities applied
+// to android::Thread on the host.
+#include <android-base/properties.h>
+#include <cutils/properties.h>
+#include <gtest/gtest.h>
+#include <sys/resource.h>
+#include <sys/syscall.h>
+#include <unistd.h>
+#include <utils/Thread.h>
+
+#include <atomic>
+#include <fstream>
+#include <string>
+
+#include "Wait.h"
+
+TEST(HostProperties, GetReturnsLengthValueOrDefault) {
+    char value[PROPERTY_VALUE_MAX];
+    android::base::SetProperty("test.host.present", "userdebug");
+    EXPECT_EQ(9, property_get("test.host.present", value, ""));
+    EXPECT_STREQ("userdebug", value);
+
+    EXPECT_EQ(0, property_get("test.host.missing", value, ""));
+    EXPECT_STREQ("", value);
+    EXPECT_EQ(4, property_get("test.host.missing", value, "dflt"));
+    EXPECT_STREQ("dflt", value);
+}
+
+TEST(HostProperties, LongValuesAreCutToTheValueLimit) {
+    char value[PROPERTY_VALUE_MAX];
+    android::base::SetProperty("test.host.long", std::string(200, 'a'));
+    EXPECT_EQ(PROPERTY_VALUE_MAX - 1, property_get("test.host.long", value, ""));
+    EXPECT_EQ(std::string(PROPERTY_VALUE_MAX - 1, 'a'), value);
+}
+
+TEST(HostProperties, BoolAcceptsTheUsualSpellings) {
+    for (const char* yes : {"1", "true", "y", "yes", "on"}) {
+        android::base::SetProperty("test.host.flag", yes);
+        EXPECT_EQ(1, property_get_bool("test.host.flag", 0)) << yes;
+    }
+    for (const char* no : {"0", "false", "n", "no", "off"}) {
+        android::base::SetProperty("test.host.flag", no);
+        EXPECT_EQ(0, property_get_bool("test.host.flag", 1)) << no;
+    }
+    android::base::SetProperty("test.host.flag", " on");
+    EXPECT_EQ(1, property_get_bool("test.host.flag", 1));
+    EXPECT_EQ(0, property_get_bool("test.host.flag", 0));
+    EXPECT_EQ(1, property_get_bool("test.host.unset", 1));
+    EXPECT_EQ(0, property_get_bool(nullptr, 0));
+}
+
+namespace {
+
+class ParkedThread : public android::Thread {
+  public:
+    std::atomic<int> tid{0};
+    std::atomic<int> nice{0};
+
+  private:
+    bool threadLoop() override {
+        if (tid == 0) {
+            errno = 0;
+            nice = getpriority(PRIO_PROCESS, 0);
+            tid = static_cast<int>(syscall(SYS_gettid));
+        }
+        usleep(1000);
+        return !exitPending();
+    }
+};
+
+std::string threadName(int tid) {
+    std::ifstream comm("/proc/self/task/" + std::to_string(tid) + "/comm");
+    std::string name;
+    std::getline(comm, name);
+    return name;
+}
+
+}  // namespace
+
+TEST(HostThreads, NameIsVisibleToTheSystem) {
+    android::sp<ParkedThread> thread = new ParkedThread();
+    ASSERT_EQ(android::NO_ERROR, thread->run("WakeWordInjector", android::PRIORITY_DEFAULT));
+    ASSERT_TRUE(wws_test::waitFor([&] { return thread->tid != 0; }));
+    // The kernel keeps 15 characters of a thread name, on a device as here.
+    EXPECT_EQ("WakeWordInjecto", threadName(thread->tid));
+    thread->requestExitAndWait();
+}
+
+TEST(HostThreads, PriorityIsAppliedWhenPermitted) {
+    android::sp<ParkedThread> thread = new ParkedThread();
+    ASSERT_EQ(android::NO_ERROR, thread->run("AudioRecordInput", 10));
+    ASSERT_TRUE(wws_test::waitFor([&] { return thread->tid != 0; }));
+    EXPECT_EQ(10, thread->nice.load());  // raising nice needs no privilege
+    thread->requestExitAndWait();
+
+    if (geteuid() != 0) GTEST_SKIP() << "negative nice values need root";
+    android::sp<ParkedThread> urgent = new ParkedThread();
+    ASSERT_EQ(android::NO_ERROR, urgent->run("AspEventMonitor", -16));
+    ASSERT_TRUE(wws_test::waitFor([&] { return urgent->tid != 0; }));
+    EXPECT_EQ(-16, urgent->nice.load());
+    urgent->requestExitAndWait();
+}

@@ -1,0 +1,203 @@
+// Constructor: how the 37 arguments land in the members, the derived values, and that
+// construction starts nothing.
+#include <gtest/gtest.h>
+#include <norvo_fake/FakeNorvo.h>
+
+#include "LogCapture.h"
+#include "ServiceFactory.h"
+
+using android::sp;
+using velmar::WakeWordService;
+using wws_test::ServiceConfig;
+
+namespace {
+
+// Constructs without running initialize(). The object ends its life the way every service does,
+// through its last strong reference (libutils does not support deleting a RefBase directly).
+struct Unstarted {
+    explicit Unstarted(ServiceConfig& config) : service(wws_test::constructService(config)) {}
+    ~Unstarted() { sp<WakeWordService> last(service); }
+    WakeWordService* service;
+};
+
+}  // namespace
+
+TEST(WakeWordServiceConstruct, MapsPathsCallbacksAndNumbers) {
+    norvo_fake::reset();
+    ServiceConfig config;
+    config.oneMicAudioStream = wws_test::makeStream();
+    config.oneMicEnabled = true;
+    config.wakeWords = {"ONE", "TWO"};
+    Unstarted made(config);
+    WakeWordService* s = made.service;
+
+    EXPECT_EQ(android::String16("velmar.speech.wakewordservice"), s->mPackageName);
+    EXPECT_EQ(config.audioStream, s->mAudioStream);
+    EXPECT_EQ(config.oneMicAudioStream, s->mOneMicAudioStream);
+    // The manifest path and the wake-word list are the caller's pointers, not copies.
+    EXPECT_EQ(config.norvoModelManifestPath, s->mNorvoModelManifestPath);
+    EXPECT_EQ(config.wakeWords.data(), s->mWakeWords);
+    EXPECT_EQ(2, s->mWakeWordCount);
+    EXPECT_EQ("/models/aed/static.manifest", s->mAedStaticModelManifestPath);
+    EXPECT_EQ("/models/ntt/norvo.manifest", s->mNttModelPath);
+    EXPECT_EQ("/models/pma/norvo.manifest", s->mPmaModelPath);
+    EXPECT_EQ("/models/aed/custom.json", s->mAedCustomModelPath);
+    EXPECT_EQ(-19, s->mDecoderThreadPriority);
+    EXPECT_EQ(320, s->mAudioRecordFrameCount);
+    EXPECT_EQ(3600, s->mLocalTimeOffset);
+    EXPECT_EQ(9, s->mTtsStreamType);
+
+    EXPECT_EQ(&wws_test::testEnumeratedResult, s->mEnumeratedResultCallback);
+    EXPECT_EQ(&wws_test::testAcousticEventResult, s->mAcousticEventDetectionResultCallback);
+    EXPECT_EQ(&wws_test::testLocalCommandResult, s->mLocalCommandEnumeratedResultCallback);
+    EXPECT_EQ(&wws_test::testNttResult, s->mNttResultCallback);
+    EXPECT_EQ(&wws_test::testNttEndOfSpeech, s->mNttEndOfSpeechCallback);
+    EXPECT_EQ(&wws_test::testJsondata, s->mJsondataCallback);
+    EXPECT_EQ(&wws_test::testAedStaticStatus, s->mAedStaticDecoderStatusCallback);
+    EXPECT_EQ(&wws_test::testAedCustomStatus, s->mAedCustomDecoderStatusCallback);
+    EXPECT_EQ(&wws_test::testNttStatus, s->mNttDecoderStatusCallback);
+    EXPECT_EQ(&wws_test::testPmaStatus, s->mPmaDecoderStatusCallback);
+    EXPECT_EQ(&wws_test::testRecordMetrics, s->mRecordMetricsCallback);
+    EXPECT_EQ(&wws_test::testRecordQuillanMetrics, s->mRecordQuillanMetricsCallback);
+    EXPECT_EQ(&wws_test::testFederatedLearningEvent, s->mFederatedLearningResultCallback);
+    EXPECT_EQ(&wws_test::testFederatedLearningUnsecured, s->mFederatedLearningUnsecuredResultCallback);
+    EXPECT_EQ(&wws_test::testFederatedLearningIdle, s->mFederatedLearningIdleDetectionCallback);
+}
+
+TEST(WakeWordServiceConstruct, StartsFromTheDocumentedDefaults) {
+    norvo_fake::reset();
+    ServiceConfig config;
+    Unstarted made(config);
+    WakeWordService* s = made.service;
+    EXPECT_EQ(0, s->mInitStatus);
+    EXPECT_FALSE(s->mBackfillPending);
+    EXPECT_EQ(500, s->mBackfillDurationMs);
+    EXPECT_FALSE(s->mDetectorEnabled);
+    EXPECT_TRUE(s->mWWDetectionEnabled);
+    EXPECT_FALSE(s->mInputModelReady);
+    EXPECT_EQ(nullptr, s->mAudioStreamWriter);
+    EXPECT_EQ(nullptr, s->mOneMicAudioStreamWriter);
+    EXPECT_EQ(0xdeadbeefu, s->mInputBeforeBoundary);
+    EXPECT_EQ(0u, s->mInputFrameCount);
+    EXPECT_EQ(0xdeadbeefu, s->mInputAfterBoundary);
+    EXPECT_EQ(0xdeadbeefu, s->mPlaybackBeforeBoundary);
+    EXPECT_EQ(0u, s->mPlaybackFrameCount);
+    EXPECT_EQ(0xdeadbeefu, s->mPlaybackAfterBoundary);
+    EXPECT_FALSE(s->mPlaybackDetectorInitiated);
+    EXPECT_FALSE(s->mPlaybackModelReady);
+    EXPECT_TRUE(s->mPushDataToPlaybackDetector);
+    EXPECT_FALSE(s->mAedModelSetCreated);
+    EXPECT_FALSE(s->mAedDecoderCreated);
+    EXPECT_FALSE(s->mAedEnabled);
+    EXPECT_FALSE(s->mNttDetectionEnabled);
+    EXPECT_FALSE(s->mNttDecoderReady);
+    EXPECT_EQ(NORVO_NTT_CONFIGURATION_DISABLED, s->mNttConfiguration);
+    EXPECT_FALSE(s->mNttSupportedInWwModel);
+    EXPECT_FALSE(s->mPmaDecoderReady);
+    EXPECT_EQ(nullptr, s->mAudioInput);
+    EXPECT_EQ(nullptr, s->mInjector);
+    EXPECT_EQ(nullptr, s->mAspEventMonitor);
+    EXPECT_EQ(nullptr, s->mPlaybackStatusNotifier);
+}
+
+// Each of the eight flags, set alone, must reach its own member and no other.
+TEST(WakeWordServiceConstruct, EachFlagLandsInItsOwnMember) {
+    norvo_fake::reset();
+    for (int flag = 0; flag < 8; ++flag) {
+        SCOPED_TRACE(flag);
+        ServiceConfig config;
+        bool* flags[] = {&config.playbackViaAudioRecord, &config.suppressPlaybackAtInit,
+                         &config.aedAvailable,           &config.nearMissEnabled,
+                         &config.threeChannelInput,      &config.nttEnabled,
+                         &config.preloadNttModel,        &config.oneMicEnabled};
+        *flags[flag] = true;
+        Unstarted made(config);
+        WakeWordService* s = made.service;
+        bool members[] = {s->mPlaybackViaAudioRecord, s->mSuppressPlaybackAtInit, s->mAedAvailable,
+                          s->mNearMissEnabled,        s->mThreeChannelInput,      s->mNttEnabled,
+                          s->mPreloadNttModel,        s->mOneMicEnabled};
+        for (int member = 0; member < 8; ++member) {
+            EXPECT_EQ(member == flag, members[member]) << "member " << member;
+        }
+    }
+}
+
+TEST(WakeWordServiceConstruct, NullOptionalPathsBecomeEmpty) {
+    norvo_fake::reset();
+    ServiceConfig config;
+    config.packageName = nullptr;
+    config.aedStaticModelManifestPath = nullptr;
+    config.nttModelPath = nullptr;
+    config.pmaModelPath = nullptr;
+    config.aedCustomModelPath = nullptr;
+    config.norvoModelManifestPath = nullptr;
+    config.wakeWords.clear();
+    Unstarted made(config);
+    WakeWordService* s = made.service;
+    EXPECT_EQ(0u, s->mPackageName.size());
+    EXPECT_EQ("", s->mAedStaticModelManifestPath);
+    EXPECT_EQ("", s->mNttModelPath);
+    EXPECT_EQ("", s->mPmaModelPath);
+    EXPECT_EQ("", s->mAedCustomModelPath);
+    EXPECT_EQ(nullptr, s->mNorvoModelManifestPath);
+    EXPECT_EQ(nullptr, s->mWakeWords);
+    EXPECT_EQ(0, s->mWakeWordCount);
+}
+
+TEST(WakeWordServiceConstruct, ChannelCountFollowsThreeChannelThenOneMic) {
+    norvo_fake::reset();
+    struct Case {
+        bool threeChannel;
+        bool oneMic;
+        uint32_t expected;
+    } cases[] = {{false, false, 1}, {false, true, 2}, {true, false, 3}, {true, true, 3}};
+    for (const Case& c : cases) {
+        SCOPED_TRACE(testing::Message() << c.threeChannel << c.oneMic);
+        velmar::gChannelCount = 99;
+        ServiceConfig config;
+        config.threeChannelInput = c.threeChannel;
+        config.oneMicEnabled = c.oneMic;
+        Unstarted made(config);
+        EXPECT_EQ(c.expected, velmar::gChannelCount);
+    }
+}
+
+TEST(WakeWordServiceConstruct, BytesPerSampleComesFromTheStreamFormat) {
+    norvo_fake::reset();
+    struct Case {
+        audio_format_t format;
+        uint32_t bytes;
+    } cases[] = {
+            {AUDIO_FORMAT_PCM_16_BIT, 2},        {AUDIO_FORMAT_PCM_8_BIT, 1},
+            {AUDIO_FORMAT_PCM_32_BIT, 4},        {AUDIO_FORMAT_PCM_8_24_BIT, 4},
+            {AUDIO_FORMAT_PCM_FLOAT, 4},         {AUDIO_FORMAT_PCM_24_BIT_PACKED, 3},
+            {AUDIO_FORMAT_IEC61937, 2},          {AUDIO_FORMAT_MP3, 0},
+            {AUDIO_FORMAT_DEFAULT, 0},           {0x7u, 0},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.format);
+        ServiceConfig config;
+        config.audioStream = wws_test::makeStream(c.format);
+        Unstarted made(config);
+        EXPECT_EQ(c.bytes, made.service->mBytesPerSample);
+    }
+}
+
+TEST(WakeWordServiceConstruct, StartsNothingAndDumpsTheFrameBoundaries) {
+    norvo_fake::reset();
+    wws_test::LogCapture log;
+    ServiceConfig config;
+    Unstarted made(config);
+
+    EXPECT_TRUE(norvo_fake::calls().empty());
+    EXPECT_EQ(nullptr, made.service->mAudioStreamWriter);
+    EXPECT_EQ(std::vector<std::string>({
+                      "FRAME_COUNT_BOUNDARIES: before_boundary=0xdeadbeef",
+                      "FRAME_COUNT_BOUNDARIES: mInputFrameCount=0",
+                      "FRAME_COUNT_BOUNDARIES: after_boundary=0xdeadbeef",
+                      "FRAME_COUNT_BOUNDARIES: before_boundary=0xdeadbeef",
+                      "FRAME_COUNT_BOUNDARIES: mPlaybackFrameCount=0",
+                      "FRAME_COUNT_BOUNDARIES: after_boundary=0xdeadbeef",
+              }),
+              log.messages(ANDROID_LOG_INFO, "WakeWordService"));
+}

@@ -1,0 +1,82 @@
+#include "LogCapture.h"
+
+#include <atomic>
+
+namespace wws_test {
+
+namespace {
+std::atomic<LogCapture*> gActive{nullptr};
+}
+
+LogCapture::LogCapture() {
+    gActive.store(this);
+    __android_log_set_logger(&LogCapture::logger);
+    __android_log_set_minimum_priority(ANDROID_LOG_VERBOSE);
+}
+
+LogCapture::~LogCapture() {
+    __android_log_set_logger(__android_log_stderr_logger);
+    __android_log_set_minimum_priority(ANDROID_LOG_INFO);
+    gActive.store(nullptr);
+}
+
+void LogCapture::logger(const struct __android_logger_data* data, const char* message) {
+    LogCapture* active = gActive.load();
+    if (active != nullptr) active->append(data->priority, data->tag, message);
+}
+
+void LogCapture::append(int priority, const char* tag, const char* message) {
+    std::lock_guard<std::mutex> guard(mLock);
+    mLines.push_back(LogLine{priority, tag == nullptr ? "" : tag, message == nullptr ? "" : message});
+}
+
+std::vector<LogLine> LogCapture::lines() const {
+    std::lock_guard<std::mutex> guard(mLock);
+    return mLines;
+}
+
+std::vector<std::string> LogCapture::messages(const std::string& tag) const {
+    std::vector<std::string> found;
+    for (const LogLine& line : lines()) {
+        if (tag.empty() || line.tag == tag) found.push_back(line.message);
+    }
+    return found;
+}
+
+std::vector<std::string> LogCapture::messages(int priority, const std::string& tag) const {
+    std::vector<std::string> found;
+    for (const LogLine& line : lines()) {
+        if (line.priority == priority && line.tag == tag) found.push_back(line.message);
+    }
+    return found;
+}
+
+bool LogCapture::contains(const std::string& message) const { return indexOf(message) >= 0; }
+
+bool LogCapture::contains(int priority, const std::string& tag, const std::string& message) const {
+    for (const LogLine& line : lines()) {
+        if (line.priority == priority && line.tag == tag && line.message == message) return true;
+    }
+    return false;
+}
+
+size_t LogCapture::count(const std::string& message) const {
+    size_t n = 0;
+    for (const LogLine& line : lines()) n += line.message == message ? 1 : 0;
+    return n;
+}
+
+int LogCapture::indexOf(const std::string& message, int from) const {
+    std::vector<LogLine> all = lines();
+    for (size_t i = from < 0 ? 0 : static_cast<size_t>(from); i < all.size(); ++i) {
+        if (all[i].message == message) return static_cast<int>(i);
+    }
+    return -1;
+}
+
+void LogCapture::clear() {
+    std::lock_guard<std::mutex> guard(mLock);
+    mLines.clear();
+}
+
+}  // namespace wws_test

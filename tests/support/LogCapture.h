@@ -1,0 +1,47 @@
+// Records every Android log line written while an instance is alive, so tests can assert exact
+// messages, priorities and tags. Installs itself as liblog's logger and lowers the minimum
+// priority to VERBOSE; the destructor restores stderr logging. One instance at a time.
+#pragma once
+
+#include <android/log.h>
+
+#include <mutex>
+#include <string>
+#include <vector>
+
+namespace wws_test {
+
+struct LogLine {
+    int priority;
+    std::string tag;
+    std::string message;
+};
+
+class LogCapture {
+  public:
+    LogCapture();
+    ~LogCapture();
+    LogCapture(const LogCapture&) = delete;
+    LogCapture& operator=(const LogCapture&) = delete;
+
+    std::vector<LogLine> lines() const;
+    // Messages with the given tag, in order (all tags when tag is empty).
+    std::vector<std::string> messages(const std::string& tag = "") const;
+    // Messages of one priority and tag, in order.
+    std::vector<std::string> messages(int priority, const std::string& tag) const;
+    bool contains(const std::string& message) const;
+    bool contains(int priority, const std::string& tag, const std::string& message) const;
+    size_t count(const std::string& message) const;
+    // Index of the first line with this exact message at or after from, or -1.
+    int indexOf(const std::string& message, int from = 0) const;
+    void clear();
+
+  private:
+    static void logger(const struct __android_logger_data* data, const char* message);
+    void append(int priority, const char* tag, const char* message);
+
+    mutable std::mutex mLock;
+    std::vector<LogLine> mLines;  // guarded by mLock
+};
+
+}  // namespace wws_test

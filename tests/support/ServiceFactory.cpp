@@ -1,0 +1,44 @@
+#include "ServiceFactory.h"
+
+namespace wws_test {
+
+void testEnumeratedResult(NorvoDecoderId, NorvoEnumeratedResult*) {}
+void testAcousticEventResult(NorvoDecoderId, NorvoAcousticEventDetectionResult*) {}
+void testLocalCommandResult(NorvoDecoderId, NorvoEnumeratedResult*) {}
+void testNttResult(NorvoDecoderId, NorvoNttResult*) {}
+void testNttEndOfSpeech(NorvoDecoderId, NorvoNttEndOfSpeech*) {}
+void testJsondata(NorvoString, NorvoString, NorvoString, NorvoString, int, int) {}
+void testAedStaticStatus(bool) {}
+void testAedCustomStatus(bool) {}
+void testNttStatus(bool) {}
+void testPmaStatus(bool) {}
+void testRecordMetrics(NorvoDMSMetricData*) {}
+void testRecordQuillanMetrics(NorvoDMSQuillanMetricData*) {}
+void testFederatedLearningEvent(const char*, const char*, NorvoFederatedLearningEvent*) {}
+void testFederatedLearningUnsecured(const char*, const char*, NorvoFederatedLearningUnsecuredEvent*) {}
+void testFederatedLearningIdle(const char*, const char*, NorvoFederatedLearningIdleDetectionResult*) {}
+
+android::sp<velmar::AudioStream> makeStream(audio_format_t format, uint32_t channels) {
+    return new velmar::AudioStream(velmar::AudioStreamFormat{format, 16000, channels}, 1u << 16);
+}
+
+velmar::WakeWordService* constructService(ServiceConfig& c) {
+    return new velmar::WakeWordService(
+            c.packageName, testEnumeratedResult, testAcousticEventResult, testLocalCommandResult,
+            testNttResult, testNttEndOfSpeech, testJsondata, testAedStaticStatus,
+            testAedCustomStatus, testNttStatus, testPmaStatus, testRecordMetrics,
+            testRecordQuillanMetrics, testFederatedLearningEvent, testFederatedLearningUnsecured,
+            testFederatedLearningIdle, c.audioStream, c.oneMicAudioStream,
+            c.norvoModelManifestPath, c.aedStaticModelManifestPath, c.nttModelPath,
+            c.pmaModelPath, c.aedCustomModelPath, c.wakeWords.empty() ? nullptr : c.wakeWords.data(),
+            static_cast<int>(c.wakeWords.size()), c.playbackViaAudioRecord,
+            c.suppressPlaybackAtInit, c.aedAvailable, c.nearMissEnabled, c.threeChannelInput,
+            c.nttEnabled, c.preloadNttModel, c.oneMicEnabled, c.decoderThreadPriority,
+            c.audioRecordFrameCount, c.localTimeOffset, c.ttsStreamType);
+}
+
+android::sp<velmar::WakeWordService> createService(ServiceConfig& config) {
+    return android::sp<velmar::WakeWordService>(constructService(config));
+}
+
+}  // namespace wws_test

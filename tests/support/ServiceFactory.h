@@ -1,0 +1,61 @@
+// Builds a WakeWordService with every constructor argument spelled out in one place, so each test
+// changes only the arguments it is about.
+#pragma once
+
+#include <WakeWordService.h>
+
+#include <vector>
+
+namespace wws_test {
+
+// Distinct callback functions, so tests can check which pointer went where.
+void testEnumeratedResult(NorvoDecoderId, NorvoEnumeratedResult*);
+void testAcousticEventResult(NorvoDecoderId, NorvoAcousticEventDetectionResult*);
+void testLocalCommandResult(NorvoDecoderId, NorvoEnumeratedResult*);
+void testNttResult(NorvoDecoderId, NorvoNttResult*);
+void testNttEndOfSpeech(NorvoDecoderId, NorvoNttEndOfSpeech*);
+void testJsondata(NorvoString, NorvoString, NorvoString, NorvoString, int, int);
+void testAedStaticStatus(bool);
+void testAedCustomStatus(bool);
+void testNttStatus(bool);
+void testPmaStatus(bool);
+void testRecordMetrics(NorvoDMSMetricData*);
+void testRecordQuillanMetrics(NorvoDMSQuillanMetricData*);
+void testFederatedLearningEvent(const char*, const char*, NorvoFederatedLearningEvent*);
+void testFederatedLearningUnsecured(const char*, const char*, NorvoFederatedLearningUnsecuredEvent*);
+void testFederatedLearningIdle(const char*, const char*, NorvoFederatedLearningIdleDetectionResult*);
+
+android::sp<velmar::AudioStream> makeStream(audio_format_t format = AUDIO_FORMAT_PCM_16_BIT,
+                                            uint32_t channels = 1);
+
+struct ServiceConfig {
+    const char* packageName = "velmar.speech.wakewordservice";
+    android::sp<velmar::AudioStream> audioStream = makeStream();
+    android::sp<velmar::AudioStream> oneMicAudioStream;
+    const char* norvoModelManifestPath = "/models/ww/norvo.manifest";
+    const char* aedStaticModelManifestPath = "/models/aed/static.manifest";
+    const char* nttModelPath = "/models/ntt/norvo.manifest";
+    const char* pmaModelPath = "/models/pma/norvo.manifest";
+    const char* aedCustomModelPath = "/models/aed/custom.json";
+    std::vector<const char*> wakeWords{"HEYVELMAR"};
+    bool playbackViaAudioRecord = false;
+    bool suppressPlaybackAtInit = false;
+    bool aedAvailable = false;
+    bool nearMissEnabled = false;
+    bool threeChannelInput = false;
+    bool nttEnabled = false;
+    bool preloadNttModel = false;
+    bool oneMicEnabled = false;
+    int decoderThreadPriority = -19;
+    int audioRecordFrameCount = 320;
+    int32_t localTimeOffset = 3600;
+    int ttsStreamType = 9;
+};
+
+// Constructs without taking a strong reference, so initialize() has not run yet. The caller owns
+// the object through the returned raw pointer until it assigns it to an sp.
+velmar::WakeWordService* constructService(ServiceConfig& config);
+// Constructs and takes the first strong reference (runs initialize()).
+android::sp<velmar::WakeWordService> createService(ServiceConfig& config);
+
+}  // namespace wws_test
