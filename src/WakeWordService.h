@@ -102,11 +102,52 @@ class WakeWordService : public android::RefBase {
     // Writes "Audio frames read: N\n" to fd. Always 0.
     android::status_t dump(int fd, const android::Vector<android::String16>& args);
 
-    // ---- Engine setup ----
+    // ---- Engine setup (WakeWordServiceEngine.cpp) ----
+    // Registers the engine callbacks, hands over the time offset and device description, builds
+    // the wake-word model, starts the ASP monitor, NTT and AED. Registration failures return the
+    // engine status; a model failure other than NORVO_ERROR_FATAL does not fail setup.
     android::status_t initializeNorvo();
+    // Engine log sink: re-logs message under this service's tag at the matching priority.
+    static void norvoLoggingCallback(int level, const char* component, const char* message);
+    // Engine metrics sink: logs the metrics text.
+    static void norvoMetricsCallback(const char* component, const char* metrics);
+    // Device description JSON from five build properties (missing ones become "").
+    static void norvoGetDeviceInfoJson(char* buffer, size_t size);
+    // { "sample_count":N, "first_sample_index":I } into buffer.
+    static void norvoGetSampleEventJson(char* buffer, unsigned int size, unsigned int sampleCount,
+                                        unsigned long long firstSampleIndex);
+    // Renices the decoder's engine thread. INVALID_OPERATION when the engine does not know the
+    // decoder, else the negated errno of setpriority (0 on success).
+    static android::status_t setNorvoDecoderThreadPriority(NorvoDecoderId decoderId, int priority);
 
-    // ---- Wake-word model ----
+    // ---- Wake-word model (WakeWordServiceModel.cpp) ----
+    // Loads the model set and creates the input (and, with playback capture, the playback) keyword
+    // decoder. Engine failures return the engine status; unusable model attributes return 0 and
+    // leave the service without keyword decoders.
+    android::status_t setNewNorvoModel(const char* manifestPath, const char** wakeWords,
+                                       int wakeWordCount);
+    // Stops capture, replaces the model, reconciles the separate NTT decoder, restarts capture if
+    // it was running. No rollback on failure.
+    android::status_t switchNorvoModel(const char* manifestPath, const char** wakeWords,
+                                       int wakeWordCount);
+    // Deletes both keyword decoders (readiness flags cleared first) and the model set.
     void destroyNorvoModel();
+    // Fetches a model set's attributes JSON into attributes; the engine status is returned.
+    android::status_t getModelSetAttributes(const char* modelSetId, android::String8& attributes);
+    // True when an element of "model_attributes" has a member "ntt".
+    static bool getNttSupportedFromModel(const std::string& attributes);
+
+    // ---- Detection control (WakeWordServiceControl.cpp) ----
+    // Starts or stops the capture input. Unchanged state returns 0 without touching the input; a
+    // failing start leaves detection off and returns its status.
+    android::status_t setDetectorEnabled(bool enabled);
+    android::status_t getDetectorEnabled(bool* const enabled);
+    // Pushes one client event to one decoder (the input decoder by default); no init check.
+    android::status_t pushClientEventToNorvo(const char* name, int64_t value,
+                                             const NorvoString decoderId);
+    android::status_t pushClientEventToNorvo(const char* name, int64_t value);
+    // ASP monitor reports: forwarded to the input decoder and, when it exists, "wws_ntt".
+    static void AspEventCallback(void* userData, const char* event, int64_t value);
 
     // ---- Input path: mirror writers (WakeWordServiceStreams.cpp) ----
     android::status_t initializeAudioRecordAndInjector();
@@ -127,10 +168,12 @@ class WakeWordService : public android::RefBase {
     void playbackDestroy();
 
     // ---- Audio event detection ----
+    android::status_t setAudioEventDetectionMode(bool enabled);
     void destroyAedCustomModel();
     void destroyAedDecoderAndStaticModel(bool destroyDecoder, bool destroyStaticModel);
 
     // ---- Natural turn taking ----
+    android::status_t initializeNttDecoder(const char* manifestPath);
     void destroyNttModel();
 
     // ---- Members, in declaration order ----

@@ -1,22 +1,22 @@
 // Service operations whose subsystems have not landed yet. Each succeeds without effect, so that
-// initialize() and destroy() already run their full sequence:
-//   initializeAudioRecordAndInjector  - capture sources (input path change)
-//   initializeNorvo, destroyNorvoModel - engine setup and wake-word model change
-//   enablePlaybackDetector, playbackDestroy - playback detection change
-//   destroyAedCustomModel, destroyAedDecoderAndStaticModel - audio event detection change
-//   destroyNttModel - natural turn taking change
+// initialize(), destroy() and the model switch already run their full sequence:
+//   initializeAudioRecordAndInjector              - capture sources (input path change)
+//   enablePlaybackDetector, playbackDestroy       - playback detection change
+//   setAudioEventDetectionMode, destroyAedCustomModel,
+//   destroyAedDecoderAndStaticModel               - audio event detection change
+//   initializeNttDecoder, destroyNttModel         - natural turn taking change
 // Each change moves its operations out of this file.
 #include "WakeWordService.h"
 
 namespace velmar {
 
 android::status_t WakeWordService::initializeAudioRecordAndInjector() { return android::NO_ERROR; }
-android::status_t WakeWordService::initializeNorvo() { return android::NO_ERROR; }
-void WakeWordService::destroyNorvoModel() {}
 android::status_t WakeWordService::enablePlaybackDetector() { return android::NO_ERROR; }
 void WakeWordService::playbackDestroy() {}
+android::status_t WakeWordService::setAudioEventDetectionMode(bool) { return android::NO_ERROR; }
 void WakeWordService::destroyAedCustomModel() {}
 void WakeWordService::destroyAedDecoderAndStaticModel(bool, bool) {}
+android::status_t WakeWordService::initializeNttDecoder(const char*) { return android::NO_ERROR; }
 void WakeWordService::destroyNttModel() {}
 
 }  // namespace velmar

@@ -118,6 +118,12 @@ NorvoStatus FakeEngine::newDecoder(const std::string& op, std::vector<std::strin
 NorvoStatus FakeEngine::deleteDecoder(const char* id) {
     NorvoStatus status = NORVO_SUCCESS;
     std::shared_ptr<Decoder> doomed;
+    std::function<void(const std::string&)> hook;
+    {
+        std::lock_guard<std::mutex> guard(mLock);
+        hook = mBeforeDelete;
+    }
+    if (hook && id != nullptr) hook(id);
     {
         std::lock_guard<std::mutex> guard(mLock);
         if (recordCall_l("NorvoDecoder_Delete", {text(id)}, &status)) return status;
@@ -140,12 +146,13 @@ NorvoDecoderThreadIdResult FakeEngine::decoderThreadId(const char* id) {
     return NorvoDecoderThreadIdResult{NORVO_SUCCESS, found->second->info.threadId};
 }
 
-NorvoStatus FakeEngine::decoderCall(const std::string& op, std::vector<std::string> args) {
+NorvoStatus FakeEngine::decoderCall(const std::string& op, std::vector<std::string> args,
+                                    bool anyId) {
     NorvoStatus status = NORVO_SUCCESS;
     std::lock_guard<std::mutex> guard(mLock);
     std::string id = args.empty() ? "null" : args[0];
     if (recordCall_l(op, std::move(args), &status)) return status;
-    return mDecoders.count(id) != 0 ? NORVO_SUCCESS : kNotFound;
+    return anyId || mDecoders.count(id) != 0 ? NORVO_SUCCESS : kNotFound;
 }
 
 NorvoStatus FakeEngine::pushAudio(const char* id, const NorvoAudioEvent* event) {
@@ -184,6 +191,7 @@ void FakeEngine::reset() {
         mModelSets.clear();
         mCallbacks = Callbacks{};
         mRecordPushes = true;
+        mBeforeDelete = nullptr;
         if (!mLibraryAttributes.empty()) {
             // Keep earlier texts alive (callers may still hold them), but serve the default again.
             mLibraryAttributes.push_back(std::make_unique<std::string>(kDefaultLibraryAttributes));
@@ -219,6 +227,11 @@ void FakeEngine::setModelSetAttributes(const std::string& id, const std::string&
 void FakeEngine::setLibraryAttributes(const std::string& text) {
     std::lock_guard<std::mutex> guard(mLock);
     mLibraryAttributes.push_back(std::make_unique<std::string>(text));
+}
+
+void FakeEngine::setBeforeDecoderDelete(std::function<void(const std::string&)> hook) {
+    std::lock_guard<std::mutex> guard(mLock);
+    mBeforeDelete = std::move(hook);
 }
 
 void FakeEngine::setRecordAudioPushes(bool record) {
@@ -313,6 +326,10 @@ int decoderThreadNice(const std::string& decoderId) {
         nice = errno == 0 ? value : INT32_MIN;
     });
     return found ? nice : INT32_MIN;
+}
+
+void setBeforeDecoderDelete(std::function<void(const std::string&)> hook) {
+    FakeEngine::instance().setBeforeDecoderDelete(std::move(hook));
 }
 
 void emitLog(int level, const std::string& message) {

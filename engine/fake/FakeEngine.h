@@ -39,8 +39,9 @@ class FakeEngine {
                            const char* id);
     NorvoStatus deleteDecoder(const char* id);
     NorvoDecoderThreadIdResult decoderThreadId(const char* id);
-    // Records op with args and checks that the decoder named by args[0] exists.
-    NorvoStatus decoderCall(const std::string& op, std::vector<std::string> args);
+    // Records op with args and, unless anyId, checks that the decoder named by args[0] exists.
+    NorvoStatus decoderCall(const std::string& op, std::vector<std::string> args,
+                            bool anyId = false);
     NorvoStatus pushAudio(const char* id, const NorvoAudioEvent* event);
 
     const char* libraryAttributes();
@@ -57,6 +58,7 @@ class FakeEngine {
     bool decoder(const std::string& id, DecoderInfo* out);
     std::vector<std::string> decoderIds();
     bool runOnDecoderThread(const std::string& id, std::function<void()> fn, bool wait);
+    void setBeforeDecoderDelete(std::function<void(const std::string&)> hook);
 
   private:
     struct Decoder {
@@ -75,6 +77,7 @@ class FakeEngine {
     std::map<std::string, std::shared_ptr<Decoder>> mDecoders;    // guarded by mLock
     Callbacks mCallbacks{};                                       // guarded by mLock
     bool mRecordPushes = true;                                    // guarded by mLock
+    std::function<void(const std::string&)> mBeforeDelete;        // guarded by mLock
     // Library attributes: every text ever handed out stays allocated, since callers keep the
     // pointer for the life of the process.
     std::vector<std::unique_ptr<std::string>> mLibraryAttributes;  // guarded by mLock

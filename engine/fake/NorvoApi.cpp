@@ -194,7 +194,7 @@ NorvoStatus NorvoDecoder_PushClientEvents(NorvoDecoderId decoderId,
             args.push_back(std::to_string(batch->events[i].value));
         }
     }
-    return engine().decoderCall("NorvoDecoder_PushClientEvents", std::move(args));
+    return engine().decoderCall("NorvoDecoder_PushClientEvents", std::move(args), /*anyId=*/true);
 }
 
 NorvoStatus NorvoDecoder_PushNttEvent(NorvoDecoderId decoderId, const NorvoNttEvent* event) {

@@ -19,7 +19,9 @@
 
 namespace norvo_fake {
 
-// Statuses the fake returns on its own (scripted statuses take precedence).
+// Statuses the fake returns on its own (scripted statuses take precedence). Client events are
+// accepted for any decoder id, existing or not: device state is kept per id and applies to a
+// decoder created later under that id.
 constexpr NorvoStatus kAlreadyExists = 2;  // id already created
 constexpr NorvoStatus kNotFound = 3;       // unknown model set or decoder id
 constexpr NorvoStatus kInUse = 4;          // model set still has decoders
@@ -108,6 +110,10 @@ bool runOnDecoderThread(const std::string& decoderId, std::function<void()> fn, 
 // The nice value of the decoder's thread as that thread sees it (getpriority on itself), or
 // INT32_MIN when the decoder does not exist.
 int decoderThreadNice(const std::string& decoderId);
+
+// Called with the decoder id inside NorvoDecoder_Delete, before the decoder goes away (null to
+// remove). Lets tests check what the client had done by the time the engine deletes a decoder.
+void setBeforeDecoderDelete(std::function<void(const std::string&)> hook);
 
 // Calls the registered logging callback (if any) on the calling thread, as the engine would.
 void emitLog(int level, const std::string& message);

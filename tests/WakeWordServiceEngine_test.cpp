@@ -1,0 +1,350 @@
+// Engine setup: the call sequence and arguments, which failures stop it and with which messages,
+// and the small static helpers (log and metrics sinks, device JSON, thread priority).
+#include <android-base/properties.h>
+#include <gtest/gtest.h>
+#include <norvo_fake/FakeNorvo.h>
+#include <unistd.h>
+
+#include <string>
+#include <vector>
+
+#include "LogCapture.h"
+#include "ServiceFactory.h"
+
+using android::sp;
+using velmar::WakeWordService;
+using wws_test::LogCapture;
+using wws_test::ServiceConfig;
+
+namespace {
+
+constexpr const char* kTag = "WakeWordService";
+const char* const kDeviceProperties[] = {"ro.build.type", "ro.build.version.release",
+                                         "ro.build.display.id", "ro.build.version.incremental",
+                                         "ro.product.device"};
+
+void clearDeviceProperties() {
+    for (const char* name : kDeviceProperties) android::base::SetProperty(name, "");
+}
+
+std::string argOf(const std::string& op, size_t index = 0, size_t which = 0) {
+    std::vector<norvo_fake::Call> calls = norvo_fake::callsOf(op);
+    if (calls.size() <= which || calls[which].args.size() <= index) return "<no call>";
+    return calls[which].args[index];
+}
+
+class WakeWordServiceEngine : public testing::Test {
+  protected:
+    void SetUp() override {
+        norvo_fake::reset();
+        clearDeviceProperties();
+    }
+    void TearDown() override { clearDeviceProperties(); }
+    LogCapture log;
+    ServiceConfig config;
+};
+
+}  // namespace
+
+TEST_F(WakeWordServiceEngine, RegistersInOrderThenBuildsTheModelAndReportsNearMiss) {
+    sp<WakeWordService> service = wws_test::createService(config);
+    ASSERT_EQ(0, service->mInitStatus);
+    EXPECT_EQ((std::vector<std::string>{
+                      "NorvoApi_SetLoggingCallback",
+                      "NorvoApi_SetEnumeratedResultCallback",
+                      "NorvoApi_SetJsondataCallback",
+                      "NorvoApi_SetLocalCommandEnumeratedResultCallback",
+                      "NorvoApi_SetMetricsCallback",
+                      "NorvoApi_SetDmsMetricsCallback",
+                      "NorvoApi_SetDmsQuillanMetricsCallback",
+                      "NorvoApi_SetLocalTimeOffset",
+                      "NorvoApi_SetFederatedLearningEventCallback",
+                      "NorvoApi_SetFederatedLearningUnsecuredEventCallback",
+                      "NorvoApi_SetFederatedLearningIdleDetectionCallback",
+                      "NorvoApi_SetClientLookaheadMetadata",
+                      "NorvoModelSet_New",
+                      "NorvoModelSet_GetModelSetAttributes",
+                      "NorvoDecoder_NewSpotterAudioDecoder",
+                      "NorvoDecoder_GetDecoderThreadId",
+                      "NorvoDecoder_PushClientEvents",
+              }),
+              norvo_fake::callNames());
+
+    using norvo_fake::fnText;
+    EXPECT_EQ(fnText(&WakeWordService::norvoLoggingCallback), argOf("NorvoApi_SetLoggingCallback"));
+    EXPECT_EQ(fnText(&wws_test::testEnumeratedResult),
+              argOf("NorvoApi_SetEnumeratedResultCallback"));
+    EXPECT_EQ(fnText(&wws_test::testJsondata), argOf("NorvoApi_SetJsondataCallback"));
+    EXPECT_EQ(fnText(&wws_test::testLocalCommandResult),
+              argOf("NorvoApi_SetLocalCommandEnumeratedResultCallback"));
+    EXPECT_EQ(fnText(&WakeWordService::norvoMetricsCallback), argOf("NorvoApi_SetMetricsCallback"));
+    EXPECT_EQ(fnText(&wws_test::testRecordMetrics), argOf("NorvoApi_SetDmsMetricsCallback"));
+    EXPECT_EQ(fnText(&wws_test::testRecordQuillanMetrics),
+              argOf("NorvoApi_SetDmsQuillanMetricsCallback"));
+    EXPECT_EQ("3600", argOf("NorvoApi_SetLocalTimeOffset"));
+    EXPECT_EQ(fnText(&wws_test::testFederatedLearningEvent),
+              argOf("NorvoApi_SetFederatedLearningEventCallback"));
+    EXPECT_EQ(fnText(&wws_test::testFederatedLearningUnsecured),
+              argOf("NorvoApi_SetFederatedLearningUnsecuredEventCallback"));
+    EXPECT_EQ(fnText(&wws_test::testFederatedLearningIdle),
+              argOf("NorvoApi_SetFederatedLearningIdleDetectionCallback"));
+    EXPECT_EQ("WakeWordService_modelset", argOf("NorvoModelSet_New", 0));
+    EXPECT_EQ("/models/ww/norvo.manifest", argOf("NorvoModelSet_New", 1));
+    EXPECT_EQ("", argOf("NorvoModelSet_New", 2));
+    EXPECT_EQ((std::vector<std::string>{"WakeWordService_input_decoder", "1", "NearMissEnabled", "0"}),
+              norvo_fake::callsOf("NorvoDecoder_PushClientEvents").at(0).args);
+    EXPECT_NE(nullptr, service->mAspEventMonitor);
+}
+
+TEST_F(WakeWordServiceEngine, AedAndNttRegistrationsOnlyWhenConfigured) {
+    config.aedAvailable = true;
+    config.nttEnabled = true;
+    config.nearMissEnabled = true;
+    sp<WakeWordService> service = wws_test::createService(config);
+    ASSERT_EQ(0, service->mInitStatus);
+    std::vector<std::string> calls = norvo_fake::callNames();
+    auto at = [&calls](const std::string& op) {
+        return std::find(calls.begin(), calls.end(), op) - calls.begin();
+    };
+    // The acoustic-event callback sits between the JSON-data and local-command registrations.
+    EXPECT_EQ(at("NorvoApi_SetJsondataCallback") + 1,
+              at("NorvoApi_SetAcousticEventDetectionResultCallback"));
+    EXPECT_EQ(at("NorvoApi_SetAcousticEventDetectionResultCallback") + 1,
+              at("NorvoApi_SetLocalCommandEnumeratedResultCallback"));
+    EXPECT_EQ(norvo_fake::fnText(&wws_test::testAcousticEventResult),
+              argOf("NorvoApi_SetAcousticEventDetectionResultCallback"));
+    // NTT callbacks come after the model is built.
+    EXPECT_GT(at("NorvoApi_SetNttResultCallback"), at("NorvoDecoder_NewSpotterAudioDecoder"));
+    EXPECT_EQ(at("NorvoApi_SetNttResultCallback") + 1, at("NorvoApi_SetNttEndOfSpeechCallback"));
+    EXPECT_EQ(norvo_fake::fnText(&wws_test::testNttResult), argOf("NorvoApi_SetNttResultCallback"));
+    EXPECT_EQ(norvo_fake::fnText(&wws_test::testNttEndOfSpeech),
+              argOf("NorvoApi_SetNttEndOfSpeechCallback"));
+    EXPECT_TRUE(log.contains(ANDROID_LOG_INFO, kTag, "TEMP LOG: setting EOS callback here"));
+    EXPECT_EQ("1", argOf("NorvoDecoder_PushClientEvents", 3));
+
+    norvo_fake::reset();
+    ServiceConfig plain;
+    sp<WakeWordService> other = wws_test::createService(plain);
+    EXPECT_TRUE(norvo_fake::callsOf("NorvoApi_SetAcousticEventDetectionResultCallback").empty());
+    EXPECT_TRUE(norvo_fake::callsOf("NorvoApi_SetNttResultCallback").empty());
+    EXPECT_TRUE(norvo_fake::callsOf("NorvoApi_SetNttEndOfSpeechCallback").empty());
+}
+
+TEST_F(WakeWordServiceEngine, EachRegistrationFailureStopsSetupWithItsMessage) {
+    const std::pair<const char*, const char*> steps[] = {
+            {"NorvoApi_SetLoggingCallback", "Error setting Norvo LoggingCallback."},
+            {"NorvoApi_SetEnumeratedResultCallback", "Error setting Norvo EnumeratedResultCallback."},
+            {"NorvoApi_SetJsondataCallback", "Error setting Norvo JsonDataCallback."},
+            {"NorvoApi_SetAcousticEventDetectionResultCallback",
+             "Error setting Norvo AcousticEventDetectionResultCallback."},
+            {"NorvoApi_SetLocalCommandEnumeratedResultCallback",
+             "Error setting Norvo NorvoApi_SetLocalCommandEnumeratedResultCallback."},
+            {"NorvoApi_SetMetricsCallback", "Error setting Norvo MetricsCallback."},
+            {"NorvoApi_SetDmsMetricsCallback", "Error setting Norvo DMS Metrics Callback."},
+            {"NorvoApi_SetDmsQuillanMetricsCallback",
+             "Error setting Norvo DMS Quillan Metrics Callback."},
+            {"NorvoApi_SetLocalTimeOffset", "Error setting UTC local time offset"},
+            {"NorvoApi_SetFederatedLearningEventCallback",
+             "Error setting Norvo Federated Learning Event Callback."},
+            {"NorvoApi_SetFederatedLearningUnsecuredEventCallback",
+             "Error setting Norvo Federated Learning Unsecured Event Callback."},
+            {"NorvoApi_SetFederatedLearningIdleDetectionCallback",
+             "Error setting Norvo Federated Learning Idle Detection Callback."},
+            {"NorvoApi_SetClientLookaheadMetadata", "Error: setting Norvo LookaheadMetadata."},
+    };
+    config.aedAvailable = true;
+    for (const auto& step : steps) {
+        SCOPED_TRACE(step.first);
+        norvo_fake::reset();
+        log.clear();
+        // Fail only the registration, not destroy's later removal of the same callback.
+        norvo_fake::setStatus(step.first, 9);
+        std::vector<norvo_fake::Call> seen;
+        {
+            sp<WakeWordService> service(wws_test::constructService(config));
+            EXPECT_EQ(9, service->mInitStatus);
+            seen = norvo_fake::calls();
+            norvo_fake::clearStatuses();
+        }
+        std::vector<std::string> errors = log.messages(ANDROID_LOG_ERROR, kTag);
+        ASSERT_GE(errors.size(), 3u);
+        EXPECT_EQ(step.second, errors[0]);
+        EXPECT_EQ("Error initializing Norvo. (9)", errors[1]);
+        EXPECT_EQ("Error initializing WakeWordService: 9", errors[2]);
+        // Setup stopped at the failing call: the next engine call is destroy's model deletion.
+        auto failing = std::find_if(seen.begin(), seen.end(),
+                                    [&](const norvo_fake::Call& c) { return c.op == step.first; });
+        ASSERT_NE(seen.end(), failing);
+        ASSERT_NE(seen.end(), failing + 1);
+        EXPECT_EQ("NorvoModelSet_Delete", (failing + 1)->op);
+        EXPECT_TRUE(norvo_fake::callsOf("NorvoModelSet_New").empty());
+    }
+}
+
+TEST_F(WakeWordServiceEngine, OnlyAFatalModelErrorFailsSetup) {
+    norvo_fake::setStatus("NorvoModelSet_New", NORVO_ERROR_FATAL);
+    sp<WakeWordService> fatal = wws_test::createService(config);
+    EXPECT_EQ(NORVO_ERROR_FATAL, fatal->mInitStatus);
+    EXPECT_TRUE(log.contains(ANDROID_LOG_ERROR, kTag, "Error setting Norvo model."));
+    EXPECT_TRUE(log.contains(ANDROID_LOG_ERROR, kTag, "Error initializing Norvo. (1)"));
+    fatal.clear();
+
+    norvo_fake::reset();
+    log.clear();
+    norvo_fake::setStatus("NorvoModelSet_New", 5);
+    ServiceConfig second;
+    sp<WakeWordService> recoverable = wws_test::createService(second);
+    EXPECT_EQ(0, recoverable->mInitStatus);
+    EXPECT_FALSE(recoverable->mInputModelReady);
+    EXPECT_TRUE(log.contains(ANDROID_LOG_ERROR, kTag, "Error creating NorvoModelSet for ww."));
+    EXPECT_FALSE(log.contains("Error setting Norvo model."));
+    // Setup went on past the model: the near-miss event was still sent.
+    EXPECT_EQ(1u, norvo_fake::callsOf("NorvoDecoder_PushClientEvents").size());
+}
+
+TEST_F(WakeWordServiceEngine, NearMissPushStatusIsTheSetupResult) {
+    norvo_fake::setStatus("NorvoDecoder_PushClientEvents", NORVO_ERROR_FATAL);
+    sp<WakeWordService> fatal = wws_test::createService(config);
+    EXPECT_EQ(NORVO_ERROR_FATAL, fatal->mInitStatus);
+    EXPECT_TRUE(log.contains(ANDROID_LOG_ERROR, kTag, "Error pushing event to Norvo."));
+    fatal.clear();
+
+    norvo_fake::reset();
+    log.clear();
+    norvo_fake::setStatus("NorvoDecoder_PushClientEvents", 7);
+    ServiceConfig second;
+    sp<WakeWordService> failed = wws_test::createService(second);
+    EXPECT_EQ(7, failed->mInitStatus);
+    EXPECT_TRUE(log.contains(ANDROID_LOG_ERROR, kTag, "Error push client event to norvo."));
+    EXPECT_FALSE(log.contains("Error pushing event to Norvo."));
+}
+
+TEST_F(WakeWordServiceEngine, UnifiedModelGetsItsNttConfigurationAndFailureIsOnlyLogged) {
+    norvo_fake::setModelSetAttributes(
+            "WakeWordService_modelset",
+            "{\"model_attributes\":[{\"model_id\":\"norvo\",\"keyword\":{\"supported-keyword-list\":"
+            "[\"STOP\"]},\"ntt\":{}}]}");
+    norvo_fake::setStatus("NorvoDecoder_SetNttConfiguration", 4);
+    sp<WakeWordService> service = wws_test::createService(config);
+    EXPECT_EQ(0, service->mInitStatus);
+    EXPECT_TRUE(service->mNttSupportedInWwModel);
+    auto calls = norvo_fake::callsOf("NorvoDecoder_SetNttConfiguration");
+    ASSERT_EQ(1u, calls.size());
+    EXPECT_EQ((std::vector<std::string>{"WakeWordService_input_decoder", "0"}), calls[0].args);
+    EXPECT_TRUE(log.contains(ANDROID_LOG_ERROR, kTag, "Error setting NTT configuration (4)"));
+}
+
+TEST_F(WakeWordServiceEngine, EngineLogLevelsMapToAndroidPriorities) {
+    sp<WakeWordService> service = wws_test::createService(config);
+    log.clear();
+    const std::pair<int, int> levels[] = {{0, ANDROID_LOG_INFO},    {1, ANDROID_LOG_FATAL},
+                                          {2, ANDROID_LOG_ERROR},   {3, ANDROID_LOG_WARN},
+                                          {4, ANDROID_LOG_INFO},    {5, ANDROID_LOG_DEBUG},
+                                          {6, ANDROID_LOG_VERBOSE}, {7, ANDROID_LOG_INFO}};
+    for (const auto& level : levels) {
+        norvo_fake::emitLog(level.first, "engine line " + std::to_string(level.first) + " 100% %s");
+    }
+    std::vector<wws_test::LogLine> lines = log.lines();
+    ASSERT_EQ(8u, lines.size());
+    for (size_t i = 0; i < 8; ++i) {
+        EXPECT_EQ(levels[i].second, lines[i].priority) << "level " << levels[i].first;
+        EXPECT_EQ(kTag, lines[i].tag);
+        // The message is logged as it is, never used as a format.
+        EXPECT_EQ("engine line " + std::to_string(levels[i].first) + " 100% %s", lines[i].message);
+    }
+}
+
+TEST_F(WakeWordServiceEngine, MetricsAreLoggedWithTheirTrailingBlank) {
+    WakeWordService::norvoMetricsCallback("ignored", "wake=3");
+    EXPECT_TRUE(log.contains(ANDROID_LOG_INFO, kTag, "Dump norvo metrics: @ wake=3 "));
+}
+
+TEST_F(WakeWordServiceEngine, DeviceInfoWithEveryPropertyMissing) {
+    char json[256];
+    WakeWordService::norvoGetDeviceInfoJson(json, sizeof(json));
+    EXPECT_STREQ(
+            "{ \"build_type\":\"\", \"build_display_id\":\"\", \"device_firmware_version\":\"-\", "
+            "\"device_type\":\"\"}",
+            json);
+    EXPECT_EQ((std::vector<std::string>{
+                      "norvoGetDeviceInfoJson cannot get buildType from system properties "
+                      "ro.build.type",
+                      "norvoGetDeviceInfoJson cannot get buildDisplayId from system properties "
+                      "ro.build.display.id",
+                      "norvoGetDeviceInfoJson cannot get buildVersionReleaseNumber from system "
+                      "properties ro.build.version.release",
+                      "norvoGetDeviceInfoJson cannot get buildVersionIncremental from system "
+                      "properties ro.build.version.incremental",
+                      "norvoGetDeviceInfoJson cannot get deviceType from system properties "
+                      "ro.product.device",
+              }),
+              log.messages(ANDROID_LOG_WARN, kTag));
+    EXPECT_EQ((std::vector<std::string>{"DeviceType @ "}), log.messages(ANDROID_LOG_DEBUG, kTag));
+}
+
+TEST_F(WakeWordServiceEngine, DeviceInfoReachesTheEngineAsLookaheadMetadata) {
+    android::base::SetProperty("ro.build.type", "user");
+    android::base::SetProperty("ro.build.display.id", "VM1.2");
+    android::base::SetProperty("ro.build.version.release", "9");
+    android::base::SetProperty("ro.build.version.incremental", "4411");
+    android::base::SetProperty("ro.product.device", "hub\"x");
+    sp<WakeWordService> service = wws_test::createService(config);
+    const std::string expected =
+            "{ \"build_type\":\"user\", \"build_display_id\":\"VM1.2\", "
+            "\"device_firmware_version\":\"9-4411\", \"device_type\":\"hub\"x\"}";
+    EXPECT_EQ(expected, argOf("NorvoApi_SetClientLookaheadMetadata"));
+    EXPECT_TRUE(log.contains(ANDROID_LOG_DEBUG, kTag,
+                             "deviceInfoJson: " + expected + " set into Norvo LookaheadMetadata"));
+    std::vector<std::string> debug = log.messages(ANDROID_LOG_DEBUG, kTag);
+    for (const char* line : {"buildType @ user", "buildDisplayId @ VM1.2",
+                             "buildVersionReleaseNumber @ 9", "buildVersionIncremental @ 4411",
+                             "DeviceType @ hub\"x"}) {
+        EXPECT_NE(debug.end(), std::find(debug.begin(), debug.end(), line)) << line;
+    }
+    EXPECT_TRUE(log.messages(ANDROID_LOG_WARN, kTag).empty());
+
+    char small[20];
+    WakeWordService::norvoGetDeviceInfoJson(small, sizeof(small));
+    EXPECT_EQ(expected.substr(0, 19), small);  // truncated by snprintf
+}
+
+TEST_F(WakeWordServiceEngine, SampleEventJson) {
+    char json[1024];
+    WakeWordService::norvoGetSampleEventJson(json, sizeof(json), 480, 18446744073709551615ULL);
+    EXPECT_STREQ("{ \"sample_count\":480, \"first_sample_index\":18446744073709551615 }", json);
+}
+
+TEST_F(WakeWordServiceEngine, DecoderThreadIsRenicedAndTheResultLogged) {
+    ASSERT_EQ(0, NorvoModelSet_New("ms", "/m", ""));
+    ASSERT_EQ(0, NorvoDecoder_NewSpotterAudioDecoder(
+                         "dec", "ms", "norvo", NorvoDecoder_NewNorvoMultichannelAudioFormat_Default(),
+                         "{}"));
+    int tid = NorvoDecoder_GetDecoderThreadId("dec").threadId;
+    EXPECT_EQ(0, WakeWordService::setNorvoDecoderThreadPriority("dec", 7));
+    EXPECT_EQ(7, norvo_fake::decoderThreadNice("dec"));
+    EXPECT_TRUE(log.contains(ANDROID_LOG_INFO, kTag,
+                             "Set Norvo thread priority for decoder 'dec', threadId: " +
+                                     std::to_string(tid) + " to priority=7"));
+
+    EXPECT_EQ(android::INVALID_OPERATION,
+              WakeWordService::setNorvoDecoderThreadPriority("missing", 3));
+    EXPECT_TRUE(log.contains(
+            "Set Norvo thread priority for decoder 'missing', threadId: 0 to priority=3"));
+
+    if (geteuid() == 0) {
+        EXPECT_EQ(0, WakeWordService::setNorvoDecoderThreadPriority("dec", -19));
+        EXPECT_EQ(-19, norvo_fake::decoderThreadNice("dec"));
+    } else {
+        // Lowering the nice value needs privileges: the negated errno comes back.
+        EXPECT_EQ(-EACCES, WakeWordService::setNorvoDecoderThreadPriority("dec", -19));
+    }
+}
+
+TEST_F(WakeWordServiceEngine, KeywordDecoderThreadsRunAtTheConfiguredPriority) {
+    if (geteuid() != 0) GTEST_SKIP() << "negative nice values need root";
+    config.playbackViaAudioRecord = true;
+    config.decoderThreadPriority = -19;
+    sp<WakeWordService> service = wws_test::createService(config);
+    EXPECT_EQ(-19, norvo_fake::decoderThreadNice("WakeWordService_input_decoder"));
+    EXPECT_EQ(-19, norvo_fake::decoderThreadNice("WakeWordService_playback_decoder"));
+}
