@@ -9,6 +9,7 @@ packages=(
   android-libnativehelper-dev
   rapidjson-dev libsndfile1-dev
   libgtest-dev libgmock-dev libbenchmark-dev
+  g++-arm-linux-gnueabihf
 )
 
 missing=()
