@@ -1,15 +1,69 @@
-// Real-time WAV injector.
+// Plays a mono WAV file into a callback at the file's own real-time rate, block by block, on a
+// thread of its own ("WakeWordInjector", nice -16). One injection at a time; it runs to the end
+// of the file.
 //
-// This declaration carries only the type the service holds; the injector thread arrives with the
-// capture change. Until then the service never creates one.
+// Threads: doInjectWaveFileInRealTime() and doPushInRealTime() run on the caller's thread and
+// refuse while an injection runs; the callback runs on the injector thread. The caller must not
+// start two injections from two threads at the same moment (the running check is the only guard).
 #ifndef VELMAR_WAKE_WORD_INJECTOR_H
 #define VELMAR_WAKE_WORD_INJECTOR_H
 
-#include <utils/RefBase.h>
+#include <media/IMediaSource.h>
+#include <utils/StrongPointer.h>
+#include <utils/Thread.h>
+
+#include <cstdint>
+#include <vector>
 
 namespace velmar {
 
-class WakeWordInjector : public virtual android::RefBase {};
+class WakeWordInjector : public android::Thread {
+  public:
+    // Receives each block: (user, samples, sample count, the injection's playback flag).
+    typedef void (*Callback)(void* user, int16_t* samples, size_t sampleCount, bool toPlayback);
+
+    WakeWordInjector(unsigned int samplesPerPush, Callback callback, void* user);
+    ~WakeWordInjector() override;
+
+    // Opens path as WAV and starts injecting its first track. BAD_VALUE (-22) while injecting or
+    // when the file cannot be opened as WAV or has no track; otherwise doPushInRealTime's result.
+    android::status_t doInjectWaveFileInRealTime(const char* path, bool toPlayback);
+    // Starts injecting source. ALREADY_EXISTS (-17) while injecting; BAD_VALUE for a null source
+    // or a source without format; NAME_NOT_FOUND (-2) without sample rate or channel count;
+    // INVALID_OPERATION (-38) for more than one channel or without callback; the source's or the
+    // thread's status when they fail to start. Every failure leaves the injector idle.
+    android::status_t doPushInRealTime(const android::sp<android::IMediaSource>& source,
+                                       bool toPlayback);
+    bool isInjecting();
+
+    // Copies up to bytes bytes of the track into dst, reading buffers as needed. 0 when all were
+    // copied; ERROR_END_OF_STREAM with *copied set to what was copied; another status (with
+    // *copied untouched) on a read failure.
+    android::status_t readMediaBuffer(void* dst, size_t bytes, size_t* copied);
+    // Bytes left in the current buffer.
+    size_t bytesAvailable();
+    // Replaces the current buffer with the next one from the source.
+    android::status_t fillMediaBuffer();
+    // Stops and drops the source and the buffer; clears the format fields.
+    void resetInjectorVariables();
+
+  private:
+    android::status_t readyToRun() override;
+    bool threadLoop() override;
+
+    android::sp<android::IMediaSource> mMediaSource;
+    android::MediaBufferBase* mMediaBuffer;
+    size_t mBufferOffset;
+    int32_t mChannelCount;
+    int32_t mSampleRate;
+    int32_t mBytesPerSample;
+    uint32_t mSamplesPerPush;
+    Callback mCallback;
+    void* mUserData;
+    bool mToPlayback;
+    // One block, allocated once: the injection loop itself never allocates.
+    std::vector<int16_t> mBlock;
+};
 
 }  // namespace velmar
 

@@ -9,6 +9,7 @@
 
 #include "LogCapture.h"
 #include "ServiceFactory.h"
+#include "AudioRecordAdapter.h"
 #include "WakeWordModelJson.h"
 
 using android::sp;
@@ -37,6 +38,18 @@ std::string keywordConfig(const std::string& list) {
 std::string decoderConfig(const char* id) {
     norvo_fake::DecoderInfo info;
     return norvo_fake::decoder(id, &info) ? info.config : "<no decoder>";
+}
+
+void ignoreAudio(int, void*, void*) {}
+
+// A real capture supervisor on the host microphone, whose audio goes nowhere: what the switch
+// turns off and on again.
+void giveCaptureInput(WakeWordService& service) {
+    service.mAudioInput = new velmar::AudioRecordInput(
+            new velmar::AudioRecordAdapter(service.mPackageName, AUDIO_SOURCE_HOTWORD, 16000,
+                                           AUDIO_FORMAT_PCM_16_BIT, AUDIO_CHANNEL_IN_MONO, 320,
+                                           ignoreAudio, nullptr),
+            1000000000);
 }
 
 class WakeWordServiceModel : public testing::Test {
@@ -360,8 +373,7 @@ TEST_F(WakeWordServiceModel, DecoderDeletionFailuresAreLogged) {
 
 TEST_F(WakeWordServiceModel, SwitchRebuildsUnderTheSameIdsAndRestoresDetection) {
     sp<WakeWordService> service = start();
-    // The capture supervisor is not part of this change: give the service an input to switch.
-    service->mAudioInput = new velmar::AudioRecordInput();
+    giveCaptureInput(*service);
     ASSERT_EQ(0, service->setDetectorEnabled(true));
     norvo_fake::setModelSetAttributes(
             kModelSet, attributesWith(element("norvo", "\"CANCEL\"", /*ntt=*/true)));
@@ -395,7 +407,7 @@ TEST_F(WakeWordServiceModel, SwitchRebuildsUnderTheSameIdsAndRestoresDetection) 
 
 TEST_F(WakeWordServiceModel, FailedSwitchLeavesNoDecodersButDetectionBackOn) {
     sp<WakeWordService> service = start();
-    service->mAudioInput = new velmar::AudioRecordInput();
+    giveCaptureInput(*service);
     ASSERT_EQ(0, service->setDetectorEnabled(true));
     norvo_fake::setStatus("NorvoDecoder_NewSpotterAudioDecoder", kInput, 6);
     norvo_fake::setModelSetAttributes(kModelSet,
