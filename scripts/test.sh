@@ -24,6 +24,6 @@ for variant in "${variants[@]}"; do
   echo "== $variant tests"
   ASAN_OPTIONS=detect_leaks=1:abort_on_error=0 \
   UBSAN_OPTIONS=print_stacktrace=1:halt_on_error=1 \
-  TSAN_OPTIONS=halt_on_error=1:second_deadlock_stack=1 \
+  TSAN_OPTIONS="halt_on_error=1:second_deadlock_stack=1:suppressions=$PWD/tests/tsan.supp" \
     ctest --test-dir "$dir" -j "$jobs" --output-on-failure
 done

@@ -8,7 +8,7 @@
 #include <media/stagefright/MediaErrors.h>
 #include <media/stagefright/MediaExtractorFactory.h>
 #include <media/stagefright/foundation/MediaDefs.h>
-#include <sys/prctl.h>
+#include <time.h>
 #include <unistd.h>
 #include <utils/Trace.h>
 
@@ -35,7 +35,8 @@ WakeWordInjector::WakeWordInjector(unsigned int samplesPerPush, Callback callbac
       mCallback(callback),
       mUserData(user),
       mToPlayback(false),
-      mBlock(samplesPerPush) {
+      mBlock(samplesPerPush),
+      mOversleptUs(0) {
     resetInjectorVariables();
 }
 
@@ -192,13 +193,27 @@ void WakeWordInjector::resetInjectorVariables() {
     mChannelCount = 0;
     mSampleRate = 0;
     mBytesPerSample = 0;
+    mOversleptUs = 0;
 }
 
-status_t WakeWordInjector::readyToRun() {
-    // The default 50 us timer slack, paid on every block's sleep, would make a long injection run
-    // measurably slower than real time.
-    prctl(PR_SET_TIMERSLACK, 1UL, 0UL, 0UL, 0UL);
-    return android::NO_ERROR;
+void WakeWordInjector::sleepForBlock(uint64_t blockUs) {
+    // The timer wakes a little late on every sleep (tens of microseconds, more on virtual
+    // machines); over thousands of blocks that adds up to percent of drift. What the last sleep
+    // overran is taken off the next one. The callback's own time is never taken off, so the
+    // injection still runs at most at real-time speed.
+    int64_t want = static_cast<int64_t>(blockUs) - mOversleptUs;
+    if (want <= 0) {
+        mOversleptUs = -want;
+        return;
+    }
+    timespec before{};
+    timespec after{};
+    clock_gettime(CLOCK_MONOTONIC, &before);
+    usleep(static_cast<useconds_t>(want));
+    clock_gettime(CLOCK_MONOTONIC, &after);
+    int64_t sleptUs = (after.tv_sec - before.tv_sec) * 1000000LL +
+                      (after.tv_nsec - before.tv_nsec) / 1000;
+    mOversleptUs = sleptUs > want ? sleptUs - want : 0;
 }
 
 bool WakeWordInjector::threadLoop() {
@@ -214,8 +229,7 @@ bool WakeWordInjector::threadLoop() {
         blockUs = static_cast<uint64_t>(samples) * 1000000ULL / static_cast<uint64_t>(mSampleRate);
     }
     if (status == android::NO_ERROR && !exitPending()) {
-        // Real time at most: the callback's own time is not subtracted.
-        usleep(static_cast<useconds_t>(blockUs));
+        sleepForBlock(blockUs);
         return true;
     }
     // End of file (its partial block was delivered above, without a sleep), a read error, or an

@@ -48,8 +48,9 @@ class WakeWordInjector : public android::Thread {
     void resetInjectorVariables();
 
   private:
-    android::status_t readyToRun() override;
     bool threadLoop() override;
+    // Sleeps for one block's duration, less what earlier sleeps overran.
+    void sleepForBlock(uint64_t blockUs);
 
     android::sp<android::IMediaSource> mMediaSource;
     android::MediaBufferBase* mMediaBuffer;
@@ -63,6 +64,8 @@ class WakeWordInjector : public android::Thread {
     bool mToPlayback;
     // One block, allocated once: the injection loop itself never allocates.
     std::vector<int16_t> mBlock;
+    // How much the previous sleep overran its request, in microseconds (injector thread only).
+    int64_t mOversleptUs;
 };
 
 }  // namespace velmar

@@ -384,6 +384,7 @@ TEST_F(WakeWordServiceModel, SwitchRebuildsUnderTheSameIdsAndRestoresDetection) 
     EXPECT_EQ(0, service->switchNorvoModel("/models/ww/new.manifest", words, 1));
 
     EXPECT_TRUE(service->mDetectorEnabled);
+    EXPECT_TRUE(service->mAudioInput->isRunning());
     EXPECT_TRUE(service->mInputModelReady);
     EXPECT_TRUE(service->mNttSupportedInWwModel);
     EXPECT_EQ(keywordConfig("\"CANCEL\",\"NEWWORD\""), decoderConfig(kInput));

@@ -118,7 +118,9 @@ sp<IMediaExtractor> MediaExtractorFactory::Create(const sp<DataSource>& source, 
     if (file == nullptr) return nullptr;  // unreadable, truncated header, or not audio at all
     sf_close(file);
     const int container = info.format & SF_FORMAT_TYPEMASK;
-    if (container != SF_FORMAT_WAV && container != SF_FORMAT_WAVEX) return nullptr;
+    if (mime != nullptr && container != SF_FORMAT_WAV && container != SF_FORMAT_WAVEX) {
+        return nullptr;
+    }
     if (info.channels < 1 || info.samplerate < 1) return nullptr;
     return new WavExtractor(source->path(), info);
 }

@@ -1,0 +1,131 @@
+// AudioRecordInput: the supervision thread keeps recordings alive, is started once, and stops
+// promptly.
+#include <gtest/gtest.h>
+#include <media/AudioRecord.h>
+#include <media/HostAudio.h>
+
+#include <chrono>
+#include <dirent.h>
+#include <fstream>
+
+#include "AudioRecordAdapter.h"
+#include "AudioRecordInput.h"
+#include "LogCapture.h"
+#include "Wait.h"
+
+using android::sp;
+using velmar::AudioRecordAdapter;
+using velmar::AudioRecordInput;
+namespace host = android::host;
+
+namespace {
+
+constexpr audio_source_t kSource = AUDIO_SOURCE_HOTWORD;
+constexpr audio_source_t kPlaybackSource = 2999;
+
+void ignoreAudio(int, void*, void*) {}
+
+// Threads of this process whose name (as the kernel keeps it) is name.
+int threadsNamed(const std::string& name) {
+    int count = 0;
+    DIR* tasks = opendir("/proc/self/task");
+    if (tasks == nullptr) return -1;
+    while (dirent* entry = readdir(tasks)) {
+        if (entry->d_name[0] == '.') continue;
+        std::ifstream comm(std::string("/proc/self/task/") + entry->d_name + "/comm");
+        std::string comm_name;
+        std::getline(comm, comm_name);
+        if (comm_name == name) ++count;
+    }
+    closedir(tasks);
+    return count;
+}
+
+class AudioRecordInputTest : public testing::Test {
+  protected:
+    void SetUp() override {
+        host::reset();
+        host::attachSource(kSource, new host::GeneratedPcm([](uint64_t, uint32_t) { return 0; }));
+    }
+    void TearDown() override {
+        if (input != nullptr) input->stop();
+        host::reset();
+    }
+    sp<AudioRecordAdapter> adapter(audio_source_t source) {
+        return new AudioRecordAdapter(mPackage, source, 16000, AUDIO_FORMAT_PCM_16_BIT,
+                                      AUDIO_CHANNEL_IN_MONO, 320, ignoreAudio, nullptr);
+    }
+    void makeInput(int intervalNs) { input = new AudioRecordInput(adapter(kSource), intervalNs); }
+
+    const android::String16 mPackage{"pkg"};
+    sp<AudioRecordInput> input;
+};
+
+}  // namespace
+
+TEST_F(AudioRecordInputTest, StartRunsOneNamedThreadThatOpensEveryRecording) {
+    makeInput(1000000000);
+    input->addAudioRecord(adapter(kPlaybackSource));
+    ASSERT_EQ(2u, input->mAudioRecords.size());
+    EXPECT_EQ(0, host::recordingsCreated(kSource));  // constructing starts nothing
+
+    ASSERT_EQ(0, input->start());
+    ASSERT_EQ(0, input->start());  // already running: no second thread
+    ASSERT_TRUE(wws_test::waitFor([] {
+        return host::activeRecordings(kSource) == 1 && host::activeRecordings(kPlaybackSource) == 1;
+    }));
+    // The kernel keeps 15 characters of "AudioRecordInput".
+    EXPECT_EQ(1, threadsNamed("AudioRecordInpu"));
+
+    EXPECT_EQ(0, input->stop());
+    EXPECT_EQ(0, host::activeRecordings(kSource));
+    EXPECT_EQ(0, host::activeRecordings(kPlaybackSource));
+    EXPECT_EQ(0, threadsNamed("AudioRecordInpu"));
+    EXPECT_EQ(0, input->stop());  // not running: nothing to do
+}
+
+TEST_F(AudioRecordInputTest, RecordingStoppedByThePlatformIsRecreatedWithinAnInterval) {
+    const auto interval = std::chrono::milliseconds(300);
+    makeInput(static_cast<int>(std::chrono::nanoseconds(interval).count()));
+    ASSERT_EQ(0, input->start());
+    ASSERT_TRUE(wws_test::waitFor([] { return host::activeRecordings(kSource) == 1; }));
+    ASSERT_EQ(1, host::stopRecordings(kSource));
+    // The next pass comes at most one interval later; allow a second one for a loaded machine.
+    EXPECT_TRUE(wws_test::waitFor(
+            [] { return host::recordingsCreated(kSource) == 2 && host::activeRecordings(kSource) == 1; },
+            2 * interval));
+}
+
+TEST_F(AudioRecordInputTest, StopWakesTheThreadInsteadOfWaitingOutTheInterval) {
+    makeInput(INT32_MAX);  // about 2.1 s, the longest interval the field holds
+    ASSERT_EQ(0, input->start());
+    ASSERT_TRUE(wws_test::waitFor([] { return host::activeRecordings(kSource) == 1; }));
+    auto before = std::chrono::steady_clock::now();
+    EXPECT_EQ(0, input->stop());
+    auto took = std::chrono::steady_clock::now() - before;
+    EXPECT_LT(took, std::chrono::milliseconds(1000));
+    EXPECT_EQ(0, host::activeRecordings(kSource));
+}
+
+TEST_F(AudioRecordInputTest, FailedRecordingIsRetriedOnTheNextPass) {
+    wws_test::LogCapture log;
+    host::failNextInitCheck(kSource, android::NO_INIT);
+    makeInput(100000000);  // 100 ms
+    ASSERT_EQ(0, input->start());
+    ASSERT_TRUE(wws_test::waitFor([] { return host::activeRecordings(kSource) == 1; }));
+    EXPECT_EQ(2, host::recordingsCreated(kSource));
+    EXPECT_TRUE(log.contains(ANDROID_LOG_ERROR, "AudioRecordAdapter",
+                             "Error initializing AudioRecord: -19"));
+    EXPECT_TRUE(log.contains(ANDROID_LOG_ERROR, "AudioRecordAdapter",
+                             "Error restarting audio record: -19"));
+}
+
+TEST_F(AudioRecordInputTest, StartAfterStopRunsAFreshThreadAndRecording) {
+    makeInput(1000000000);
+    ASSERT_EQ(0, input->start());
+    ASSERT_TRUE(wws_test::waitFor([] { return host::activeRecordings(kSource) == 1; }));
+    ASSERT_EQ(0, input->stop());
+    ASSERT_EQ(0, input->start());
+    EXPECT_TRUE(wws_test::waitFor(
+            [] { return host::activeRecordings(kSource) == 1 && host::recordingsCreated(kSource) == 2; }));
+}
