@@ -14,14 +14,16 @@
 namespace {
 
 std::atomic<uint64_t> gSamples{0};
-void countSamples(void*, int16_t*, size_t count, bool) { gSamples += count; }
+void countSamples(void*, int16_t*, size_t count, bool) {
+    gSamples += count;
+}
 
 void BM_InjectTenSecondsInRealTime(benchmark::State& state) {
     const int seconds = 10;
     const int rate = static_cast<int>(state.range(0));
-    std::string path = wws_test::writeWav("pacing_" + std::to_string(rate) + ".wav",
-                                          wws_test::rampSamples(static_cast<size_t>(rate) * seconds),
-                                          rate);
+    std::string path =
+            wws_test::writeWav("pacing_" + std::to_string(rate) + ".wav",
+                               wws_test::rampSamples(static_cast<size_t>(rate) * seconds), rate);
     double wall = 0;
     for (auto _ : state) {
         gSamples = 0;

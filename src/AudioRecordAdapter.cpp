@@ -13,8 +13,8 @@ using android::status_t;
 AudioRecordAdapter::AudioRecordAdapter(const android::String16& opPackageName,
                                        audio_source_t inputSource, uint32_t sampleRate,
                                        audio_format_t format, audio_channel_mask_t channelMask,
-                                       size_t frameCount,
-                                       android::AudioRecord::callback_t callback, void* userData)
+                                       size_t frameCount, android::AudioRecord::callback_t callback,
+                                       void* userData)
     : mOpPackageName(opPackageName),
       mInputSource(inputSource),
       mSampleRate(sampleRate),
@@ -44,8 +44,8 @@ status_t AudioRecordAdapter::start() {
     sp<android::AudioRecord> recording = new android::AudioRecord(
             mInputSource, mSampleRate, mFormat, mChannelMask, mOpPackageName, mFrameCount,
             mCallback, mUserData, 0 /*notificationFrames*/, AUDIO_SESSION_ALLOCATE,
-            android::AudioRecord::TRANSFER_DEFAULT, AUDIO_INPUT_FLAG_NONE,
-            static_cast<uid_t>(-1), -1 /*pid*/, nullptr /*attributes*/, AUDIO_PORT_HANDLE_NONE);
+            android::AudioRecord::TRANSFER_DEFAULT, AUDIO_INPUT_FLAG_NONE, static_cast<uid_t>(-1),
+            -1 /*pid*/, nullptr /*attributes*/, AUDIO_PORT_HANDLE_NONE);
     setRecord(recording);
     status_t status = recording->initCheck();
     if (status != android::NO_ERROR) {
@@ -95,7 +95,9 @@ status_t AudioRecordAdapter::ensureStarted() {
     return android::NO_ERROR;
 }
 
-audio_source_t AudioRecordAdapter::getInputSource() const { return mInputSource; }
+audio_source_t AudioRecordAdapter::getInputSource() const {
+    return mInputSource;
+}
 
 status_t AudioRecordAdapter::getTimestamp(android::ExtendedTimestamp* timestamp) {
     sp<android::AudioRecord> recording = record();

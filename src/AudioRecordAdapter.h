@@ -20,9 +20,9 @@ class AudioRecordAdapter : public IAudioRecordAdapter {
   public:
     // opPackageName is owned by the caller and must outlive the adapter. No recording is created.
     AudioRecordAdapter(const android::String16& opPackageName, audio_source_t inputSource,
-                       uint32_t sampleRate, audio_format_t format,
-                       audio_channel_mask_t channelMask, size_t frameCount,
-                       android::AudioRecord::callback_t callback, void* userData);
+                       uint32_t sampleRate, audio_format_t format, audio_channel_mask_t channelMask,
+                       size_t frameCount, android::AudioRecord::callback_t callback,
+                       void* userData);
     // Releases the recording without stopping it first.
     ~AudioRecordAdapter() override;
 

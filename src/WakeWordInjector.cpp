@@ -45,7 +45,9 @@ WakeWordInjector::~WakeWordInjector() {
     mMediaSource.clear();
 }
 
-bool WakeWordInjector::isInjecting() { return isRunning(); }
+bool WakeWordInjector::isInjecting() {
+    return isRunning();
+}
 
 status_t WakeWordInjector::doInjectWaveFileInRealTime(const char* path, bool toPlayback) {
     if (isRunning()) {
@@ -132,7 +134,8 @@ status_t WakeWordInjector::fillMediaBuffer() {
         return android::BAD_VALUE;
     }
     if (mSampleRate == 0 || mChannelCount == 0 || mBytesPerSample == 0) {
-        ALOGE("Error media format is not set: sample rate %d, channel count %d, bytes per sample %d",
+        ALOGE("Error media format is not set: sample rate %d, channel count %d, bytes per sample "
+              "%d",
               mSampleRate, mChannelCount, mBytesPerSample);
         return android::BAD_VALUE;
     }
@@ -211,8 +214,8 @@ void WakeWordInjector::sleepForBlock(uint64_t blockUs) {
     clock_gettime(CLOCK_MONOTONIC, &before);
     usleep(static_cast<useconds_t>(want));
     clock_gettime(CLOCK_MONOTONIC, &after);
-    int64_t sleptUs = (after.tv_sec - before.tv_sec) * 1000000LL +
-                      (after.tv_nsec - before.tv_nsec) / 1000;
+    int64_t sleptUs =
+            (after.tv_sec - before.tv_sec) * 1000000LL + (after.tv_nsec - before.tv_nsec) / 1000;
     mOversleptUs = sleptUs > want ? sleptUs - want : 0;
 }
 

@@ -23,7 +23,9 @@ namespace {
 constexpr uint32_t kBoundaryGuard = 0xdeadbeef;
 constexpr uint16_t kDefaultBackfillDurationMs = 500;
 
-std::string pathOrEmpty(const char* path) { return path == nullptr ? std::string() : path; }
+std::string pathOrEmpty(const char* path) {
+    return path == nullptr ? std::string() : path;
+}
 
 uint32_t bytesPerSample(const sp<AudioStream>& stream) {
     if (stream == nullptr) return 0;
@@ -242,7 +244,9 @@ void WakeWordService::destroy() {
     mBytesPerSample = 0;
 }
 
-void WakeWordService::release() { ATRACE_NAME(__PRETTY_FUNCTION__); }
+void WakeWordService::release() {
+    ATRACE_NAME(__PRETTY_FUNCTION__);
+}
 
 status_t WakeWordService::dump(int fd, const android::Vector<android::String16>& /*args*/) {
     ATRACE_NAME(__PRETTY_FUNCTION__);

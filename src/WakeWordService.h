@@ -59,32 +59,29 @@ class WakeWordService : public android::RefBase {
     // Stores the configuration; starts nothing and makes no engine call. audioStream must not be
     // null. The path and wake-word pointers are kept as given (not copied) and are read only until
     // initialize() returns; the callbacks are handed to the engine unchanged.
-    WakeWordService(const char* opPackageName,
-                    EnumeratedResult_Callback enumeratedResultCallback,
-                    AcousticEventDetectionResult_Callback acousticEventDetectionResultCallback,
-                    LocalCommandEnumeratedResult_Callback localCommandEnumeratedResultCallback,
-                    NttResult_Callback nttResultCallback,
-                    NttEndOfSpeech_Callback nttEndOfSpeechCallback,
-                    Jsondata_Callback jsondataCallback,
-                    AedStaticDecoderStatus_Callback aedStaticDecoderStatusCallback,
-                    AedCustomDecoderStatus_Callback aedCustomDecoderStatusCallback,
-                    NttDecoderStatus_Callback nttDecoderStatusCallback,
-                    PmaDecoderStatus_Callback pmaDecoderStatusCallback,
-                    RecordMetrics_Callback recordMetricsCallback,
-                    RecordQuillanMetrics_Callback recordQuillanMetricsCallback,
-                    NorvoFederatedLearning_resultCallback federatedLearningResultCallback,
-                    NorvoFederatedLearning_unsecuredResultCallback
-                            federatedLearningUnsecuredResultCallback,
-                    NorvoFederatedLearning_idleDetectionCallback federatedLearningIdleDetectionCallback,
-                    const android::sp<AudioStream>& audioStream,
-                    const android::sp<AudioStream>& oneMicAudioStream,
-                    const char* norvoModelManifestPath, const char* aedStaticModelManifestPath,
-                    const char* nttModelPath, const char* pmaModelPath,
-                    const char* aedCustomModelPath, const char** wakeWords, int wakeWordCount,
-                    bool playbackViaAudioRecord, bool suppressPlaybackAtInit, bool aedAvailable,
-                    bool nearMissEnabled, bool threeChannelInput, bool nttEnabled,
-                    bool preloadNttModel, bool oneMicEnabled, int decoderThreadPriority,
-                    int audioRecordFrameCount, int32_t localTimeOffset, int ttsStreamType);
+    WakeWordService(
+            const char* opPackageName, EnumeratedResult_Callback enumeratedResultCallback,
+            AcousticEventDetectionResult_Callback acousticEventDetectionResultCallback,
+            LocalCommandEnumeratedResult_Callback localCommandEnumeratedResultCallback,
+            NttResult_Callback nttResultCallback, NttEndOfSpeech_Callback nttEndOfSpeechCallback,
+            Jsondata_Callback jsondataCallback,
+            AedStaticDecoderStatus_Callback aedStaticDecoderStatusCallback,
+            AedCustomDecoderStatus_Callback aedCustomDecoderStatusCallback,
+            NttDecoderStatus_Callback nttDecoderStatusCallback,
+            PmaDecoderStatus_Callback pmaDecoderStatusCallback,
+            RecordMetrics_Callback recordMetricsCallback,
+            RecordQuillanMetrics_Callback recordQuillanMetricsCallback,
+            NorvoFederatedLearning_resultCallback federatedLearningResultCallback,
+            NorvoFederatedLearning_unsecuredResultCallback federatedLearningUnsecuredResultCallback,
+            NorvoFederatedLearning_idleDetectionCallback federatedLearningIdleDetectionCallback,
+            const android::sp<AudioStream>& audioStream,
+            const android::sp<AudioStream>& oneMicAudioStream, const char* norvoModelManifestPath,
+            const char* aedStaticModelManifestPath, const char* nttModelPath,
+            const char* pmaModelPath, const char* aedCustomModelPath, const char** wakeWords,
+            int wakeWordCount, bool playbackViaAudioRecord, bool suppressPlaybackAtInit,
+            bool aedAvailable, bool nearMissEnabled, bool threeChannelInput, bool nttEnabled,
+            bool preloadNttModel, bool oneMicEnabled, int decoderThreadPriority,
+            int audioRecordFrameCount, int32_t localTimeOffset, int ttsStreamType);
     // Runs destroy(), then releases the members.
     ~WakeWordService() override;
 

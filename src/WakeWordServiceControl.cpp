@@ -5,16 +5,12 @@
 #include <log/log.h>
 #include <utils/Trace.h>
 
+#include "NorvoIds.h"
 #include "WakeWordService.h"
 
 namespace velmar {
 
 using android::status_t;
-
-namespace {
-constexpr const char* kInputDecoderId = "WakeWordService_input_decoder";
-constexpr const char* kNttDecoderId = "wws_ntt";
-}  // namespace
 
 status_t WakeWordService::setDetectorEnabled(bool enabled) {
     ATRACE_NAME(__PRETTY_FUNCTION__);

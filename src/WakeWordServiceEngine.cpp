@@ -11,6 +11,7 @@
 #include <cerrno>
 #include <cstdio>
 
+#include "NorvoIds.h"
 #include "WakeWordService.h"
 
 namespace velmar {
@@ -19,7 +20,6 @@ using android::status_t;
 
 namespace {
 
-constexpr const char* kInputDecoderId = "WakeWordService_input_decoder";
 constexpr size_t kDeviceInfoJsonSize = 256;
 
 int androidPriorityForEngineLevel(int level) {
@@ -131,10 +131,9 @@ status_t WakeWordService::initializeNorvo() {
                "Error setting Norvo EnumeratedResultCallback.") ||
         failed(NorvoApi_SetJsondataCallback(mJsondataCallback),
                "Error setting Norvo JsonDataCallback.") ||
-        (mAedAvailable &&
-         failed(NorvoApi_SetAcousticEventDetectionResultCallback(
-                        mAcousticEventDetectionResultCallback),
-                "Error setting Norvo AcousticEventDetectionResultCallback.")) ||
+        (mAedAvailable && failed(NorvoApi_SetAcousticEventDetectionResultCallback(
+                                         mAcousticEventDetectionResultCallback),
+                                 "Error setting Norvo AcousticEventDetectionResultCallback.")) ||
         failed(NorvoApi_SetLocalCommandEnumeratedResultCallback(
                        mLocalCommandEnumeratedResultCallback),
                "Error setting Norvo NorvoApi_SetLocalCommandEnumeratedResultCallback.") ||

@@ -12,6 +12,7 @@
 #include <cstring>
 #include <vector>
 
+#include "NorvoIds.h"
 #include "WakeWordModelJson.h"
 #include "WakeWordService.h"
 
@@ -20,11 +21,6 @@ namespace velmar {
 using android::status_t;
 
 namespace {
-
-constexpr const char* kModelSetId = "WakeWordService_modelset";
-constexpr const char* kInputDecoderId = "WakeWordService_input_decoder";
-constexpr const char* kPlaybackDecoderId = "WakeWordService_playback_decoder";
-constexpr const char* kWakeWordModelId = "norvo";
 
 std::string compact(const rapidjson::Value& value) {
     rapidjson::StringBuffer buffer;
@@ -73,8 +69,8 @@ bool chooseSupportedKeywords(const rapidjson::Document& document, const char* te
         }
         candidate = list;
         const rapidjson::Value* id = rapidjson::Pointer("/model_id").Get(element);
-        if (id != nullptr && id->IsString() && id->GetStringLength() == strlen(kWakeWordModelId) &&
-            memcmp(id->GetString(), kWakeWordModelId, strlen(kWakeWordModelId)) == 0) {
+        if (id != nullptr && id->IsString() && id->GetStringLength() == strlen(kNorvoKeywordSet) &&
+            memcmp(id->GetString(), kNorvoKeywordSet, strlen(kNorvoKeywordSet)) == 0) {
             ALOGD("Norvo model ID found");
             break;
         }
@@ -92,8 +88,8 @@ bool chooseSupportedKeywords(const rapidjson::Document& document, const char* te
 status_t WakeWordService::getModelSetAttributes(const char* modelSetId,
                                                 android::String8& attributes) {
     ATRACE_NAME(__PRETTY_FUNCTION__);
-    status_t status =
-            NorvoModelSet_GetModelSetAttributes(modelSetId, modelSetAttributesCallback, &attributes);
+    status_t status = NorvoModelSet_GetModelSetAttributes(modelSetId, modelSetAttributesCallback,
+                                                          &attributes);
     if (status != NORVO_SUCCESS) {
         // The same words for every model set: callers and log readers already rely on them.
         ALOGE("Error getting audio presence model set attributes (%d)", status);
@@ -120,9 +116,10 @@ status_t WakeWordService::setNewNorvoModel(const char* manifestPath, const char*
                                            int wakeWordCount) {
     ATRACE_NAME(__PRETTY_FUNCTION__);
     android::String8 attributes;
-    NorvoMultichannelAudioFormat inputFormat = NorvoDecoder_NewNorvoMultichannelAudioFormat_Default();
+    NorvoMultichannelAudioFormat inputFormat =
+            NorvoDecoder_NewNorvoMultichannelAudioFormat_Default();
 
-    status_t status = NorvoModelSet_New(kModelSetId, manifestPath, "");
+    status_t status = NorvoModelSet_New(kWakeWordModelSetId, manifestPath, "");
     if (status != NORVO_SUCCESS) {
         ALOGE("Error creating NorvoModelSet for ww.");
         return status;
@@ -131,7 +128,7 @@ status_t WakeWordService::setNewNorvoModel(const char* manifestPath, const char*
     std::string inputConfig = "{}";
     std::string playbackConfig = "{}";
     if (wakeWords != nullptr && wakeWordCount >= 1) {
-        status = getModelSetAttributes(kModelSetId, attributes);
+        status = getModelSetAttributes(kWakeWordModelSetId, attributes);
         if (status != NORVO_SUCCESS) {
             ALOGE("Error creating NorvoDecoder '%s'. Could not get modelSetAttributes",
                   kInputDecoderId);
@@ -174,14 +171,16 @@ status_t WakeWordService::setNewNorvoModel(const char* manifestPath, const char*
     if (mNearMissEnabled) inputConfig = generateBetaEnabledJson(inputConfig);
 
     ALOGI("Configuring input keyword decoder with: %s", inputConfig.c_str());
-    status = NorvoDecoder_NewSpotterAudioDecoder(kInputDecoderId, kModelSetId, "norvo", inputFormat,
-                                                 inputConfig.c_str());
+    status =
+            NorvoDecoder_NewSpotterAudioDecoder(kInputDecoderId, kWakeWordModelSetId,
+                                                kNorvoKeywordSet, inputFormat, inputConfig.c_str());
     if (status != NORVO_SUCCESS) {
         ALOGE("Error creating NorvoDecoder '%s'", kInputDecoderId);
         return status;
     }
     mInputModelReady = true;
-    status_t priorityStatus = setNorvoDecoderThreadPriority(kInputDecoderId, mDecoderThreadPriority);
+    status_t priorityStatus =
+            setNorvoDecoderThreadPriority(kInputDecoderId, mDecoderThreadPriority);
     if (priorityStatus != android::NO_ERROR) {
         ALOGW("Could not set decoder thread priority for %s (Error %d)", kInputDecoderId,
               priorityStatus);
@@ -192,8 +191,9 @@ status_t WakeWordService::setNewNorvoModel(const char* manifestPath, const char*
                 NorvoDecoder_NewNorvoMultichannelAudioFormat_Default();
         setFormatWords(playbackFormat, {0, 16000, 16, 1, 0});
         ALOGI("Configuring playback keyword decoder with: %s", playbackConfig.c_str());
-        status = NorvoDecoder_NewSpotterAudioDecoder(kPlaybackDecoderId, kModelSetId, "playback",
-                                                     playbackFormat, playbackConfig.c_str());
+        status = NorvoDecoder_NewSpotterAudioDecoder(kPlaybackDecoderId, kWakeWordModelSetId,
+                                                     kPlaybackKeywordSet, playbackFormat,
+                                                     playbackConfig.c_str());
         if (status != NORVO_SUCCESS) {
             ALOGE("Error creating NorvoDecoder '%s'", kPlaybackDecoderId);
             return status;
@@ -227,7 +227,7 @@ void WakeWordService::destroyNorvoModel() {
             ALOGE("Error deleting playbackNorvoDecoder.");
         }
     }
-    if (NorvoModelSet_Delete(kModelSetId) != NORVO_SUCCESS) {
+    if (NorvoModelSet_Delete(kWakeWordModelSetId) != NORVO_SUCCESS) {
         ALOGE("Error deleting NorvoModelSet for ww.");
     }
     mNttSupportedInWwModel = false;

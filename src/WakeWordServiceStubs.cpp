@@ -10,13 +10,21 @@
 
 namespace velmar {
 
-android::status_t WakeWordService::initializeAudioRecordAndInjector() { return android::NO_ERROR; }
-android::status_t WakeWordService::enablePlaybackDetector() { return android::NO_ERROR; }
+android::status_t WakeWordService::initializeAudioRecordAndInjector() {
+    return android::NO_ERROR;
+}
+android::status_t WakeWordService::enablePlaybackDetector() {
+    return android::NO_ERROR;
+}
 void WakeWordService::playbackDestroy() {}
-android::status_t WakeWordService::setAudioEventDetectionMode(bool) { return android::NO_ERROR; }
+android::status_t WakeWordService::setAudioEventDetectionMode(bool) {
+    return android::NO_ERROR;
+}
 void WakeWordService::destroyAedCustomModel() {}
 void WakeWordService::destroyAedDecoderAndStaticModel(bool, bool) {}
-android::status_t WakeWordService::initializeNttDecoder(const char*) { return android::NO_ERROR; }
+android::status_t WakeWordService::initializeNttDecoder(const char*) {
+    return android::NO_ERROR;
+}
 void WakeWordService::destroyNttModel() {}
 
 }  // namespace velmar

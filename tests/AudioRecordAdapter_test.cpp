@@ -27,8 +27,8 @@ class AudioRecordAdapterTest : public testing::Test {
     void SetUp() override {
         host::reset();
         host::attachSource(kSource, new host::GeneratedPcm([](uint64_t f, uint32_t) {
-            return static_cast<int16_t>(f);
-        }));
+                               return static_cast<int16_t>(f);
+                           }));
     }
     void TearDown() override { host::reset(); }
 

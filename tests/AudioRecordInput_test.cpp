@@ -4,8 +4,8 @@
 #include <media/AudioRecord.h>
 #include <media/HostAudio.h>
 
-#include <chrono>
 #include <dirent.h>
+#include <chrono>
 #include <fstream>
 
 #include "AudioRecordAdapter.h"
@@ -92,7 +92,10 @@ TEST_F(AudioRecordInputTest, RecordingStoppedByThePlatformIsRecreatedWithinAnInt
     ASSERT_EQ(1, host::stopRecordings(kSource));
     // The next pass comes at most one interval later; allow a second one for a loaded machine.
     EXPECT_TRUE(wws_test::waitFor(
-            [] { return host::recordingsCreated(kSource) == 2 && host::activeRecordings(kSource) == 1; },
+            [] {
+                return host::recordingsCreated(kSource) == 2 &&
+                       host::activeRecordings(kSource) == 1;
+            },
             2 * interval));
 }
 
@@ -126,6 +129,7 @@ TEST_F(AudioRecordInputTest, StartAfterStopRunsAFreshThreadAndRecording) {
     ASSERT_TRUE(wws_test::waitFor([] { return host::activeRecordings(kSource) == 1; }));
     ASSERT_EQ(0, input->stop());
     ASSERT_EQ(0, input->start());
-    EXPECT_TRUE(wws_test::waitFor(
-            [] { return host::activeRecordings(kSource) == 1 && host::recordingsCreated(kSource) == 2; }));
+    EXPECT_TRUE(wws_test::waitFor([] {
+        return host::activeRecordings(kSource) == 1 && host::recordingsCreated(kSource) == 2;
+    }));
 }

@@ -23,7 +23,9 @@ NorvoStatus newDecoder(const char* id, const char* modelSet = "ms") {
             id, modelSet, "norvo", NorvoDecoder_NewNorvoMultichannelAudioFormat_Default(), "{}");
 }
 
-void copyAttributes(const char* json, void* userData) { *static_cast<std::string*>(userData) = json; }
+void copyAttributes(const char* json, void* userData) {
+    *static_cast<std::string*>(userData) = json;
+}
 
 std::atomic<int> gEnumerated{0};
 std::atomic<int> gEnumeratedThread{0};
@@ -134,7 +136,8 @@ TEST_F(FakeEngine, RecordsWhatEachCallCarried) {
     EXPECT_EQ(1u, format.words[3]);
     format.words[3] = 3;
     std::string config = "{\"keyword\":{}}";
-    ASSERT_EQ(0, NorvoDecoder_NewSpotterAudioDecoder("dec", "ms", "playback", format, config.c_str()));
+    ASSERT_EQ(0,
+              NorvoDecoder_NewSpotterAudioDecoder("dec", "ms", "playback", format, config.c_str()));
     config.assign("overwritten");  // the engine copied what it keeps
     norvo_fake::DecoderInfo info;
     ASSERT_TRUE(norvo_fake::decoder("dec", &info));

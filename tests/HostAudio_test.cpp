@@ -57,8 +57,8 @@ struct Sink {
 
 sp<AudioRecord> makeRecord(Sink& sink, audio_channel_mask_t mask = AUDIO_CHANNEL_IN_MONO,
                            audio_source_t source = kSource) {
-    return new AudioRecord(source, 16000, AUDIO_FORMAT_PCM_16_BIT, mask,
-                           android::String16("pkg"), 320, Sink::callback, &sink);
+    return new AudioRecord(source, 16000, AUDIO_FORMAT_PCM_16_BIT, mask, android::String16("pkg"),
+                           320, Sink::callback, &sink);
 }
 
 class HostAudio : public testing::Test {
@@ -171,15 +171,15 @@ TEST_F(HostAudio, TimestampsFollowDeliveredFrames) {
 
 TEST_F(HostAudio, MinFrameCountAndStreamActivity) {
     size_t frames = 0;
-    EXPECT_EQ(android::NO_ERROR, AudioRecord::getMinFrameCount(&frames, 16000, AUDIO_FORMAT_PCM_16_BIT,
-                                                               AUDIO_CHANNEL_IN_MONO));
+    EXPECT_EQ(android::NO_ERROR,
+              AudioRecord::getMinFrameCount(&frames, 16000, AUDIO_FORMAT_PCM_16_BIT,
+                                            AUDIO_CHANNEL_IN_MONO));
     EXPECT_EQ(320u, frames);
     host::setMinFrameCount(0, android::NO_INIT);
-    EXPECT_EQ(android::NO_INIT, AudioRecord::getMinFrameCount(&frames, 16000,
-                                                              AUDIO_FORMAT_PCM_16_BIT,
-                                                              AUDIO_CHANNEL_IN_MONO));
-    EXPECT_EQ(android::BAD_VALUE, AudioRecord::getMinFrameCount(&frames, 16000,
-                                                                AUDIO_FORMAT_MP3,
+    EXPECT_EQ(android::NO_INIT,
+              AudioRecord::getMinFrameCount(&frames, 16000, AUDIO_FORMAT_PCM_16_BIT,
+                                            AUDIO_CHANNEL_IN_MONO));
+    EXPECT_EQ(android::BAD_VALUE, AudioRecord::getMinFrameCount(&frames, 16000, AUDIO_FORMAT_MP3,
                                                                 AUDIO_CHANNEL_IN_MONO));
 
     bool active = true;

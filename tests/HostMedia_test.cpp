@@ -76,8 +76,8 @@ TEST(HostMedia, StereoTrackReportsTwoChannels) {
 TEST(HostMedia, MissingOrForeignFilesHaveNoExtractor) {
     sp<android::FileSource> missing = new android::FileSource("/nonexistent/file.wav");
     EXPECT_EQ(android::NAME_NOT_FOUND, missing->initCheck());
-    EXPECT_EQ(nullptr, android::MediaExtractorFactory::Create(missing,
-                                                              android::MEDIA_MIMETYPE_CONTAINER_WAV));
+    EXPECT_EQ(nullptr, android::MediaExtractorFactory::Create(
+                               missing, android::MEDIA_MIMETYPE_CONTAINER_WAV));
 
     std::string text = wws_test::tempPath("notes.wav");
     std::ofstream(text) << "this is not audio at all, only text pretending to be a wave file";
@@ -95,10 +95,10 @@ TEST(HostMedia, MissingOrForeignFilesHaveNoExtractor) {
     sf_writef_short(file, samples.data(), 100);
     sf_close(file);
     EXPECT_EQ(nullptr, extractorFor(aiff));
-    EXPECT_NE(nullptr,
-              android::MediaExtractorFactory::Create(new android::FileSource(aiff.c_str()), nullptr));
-    EXPECT_EQ(nullptr, android::MediaExtractorFactory::Create(
-                               new android::FileSource(aiff.c_str()), "video/mp4"));
+    EXPECT_NE(nullptr, android::MediaExtractorFactory::Create(new android::FileSource(aiff.c_str()),
+                                                              nullptr));
+    EXPECT_EQ(nullptr, android::MediaExtractorFactory::Create(new android::FileSource(aiff.c_str()),
+                                                              "video/mp4"));
 }
 
 TEST(HostMedia, TruncatedFilesEndEarlyOrAreRefused) {

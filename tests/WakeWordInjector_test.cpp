@@ -150,7 +150,8 @@ TEST_F(WakeWordInjectorTest, FileAtItsOwnRateIsAcceptedWhole) {
 
 TEST_F(WakeWordInjectorTest, RefusesStereoMissingAndForeignFiles) {
     std::string stereo = wws_test::writeWav("stereo.wav", wws_test::rampSamples(3200), 16000, 2);
-    EXPECT_EQ(android::INVALID_OPERATION, injector->doInjectWaveFileInRealTime(stereo.c_str(), false));
+    EXPECT_EQ(android::INVALID_OPERATION,
+              injector->doInjectWaveFileInRealTime(stereo.c_str(), false));
     EXPECT_TRUE(log.contains(ANDROID_LOG_ERROR, kTag,
                              "Injected wav files may only contain one channel."));
     EXPECT_FALSE(injector->isInjecting());

@@ -60,7 +60,8 @@ TEST(WakeWordServiceConstruct, MapsPathsCallbacksAndNumbers) {
     EXPECT_EQ(&wws_test::testRecordMetrics, s->mRecordMetricsCallback);
     EXPECT_EQ(&wws_test::testRecordQuillanMetrics, s->mRecordQuillanMetricsCallback);
     EXPECT_EQ(&wws_test::testFederatedLearningEvent, s->mFederatedLearningResultCallback);
-    EXPECT_EQ(&wws_test::testFederatedLearningUnsecured, s->mFederatedLearningUnsecuredResultCallback);
+    EXPECT_EQ(&wws_test::testFederatedLearningUnsecured,
+              s->mFederatedLearningUnsecuredResultCallback);
     EXPECT_EQ(&wws_test::testFederatedLearningIdle, s->mFederatedLearningIdleDetectionCallback);
 }
 
@@ -168,11 +169,11 @@ TEST(WakeWordServiceConstruct, BytesPerSampleComesFromTheStreamFormat) {
         audio_format_t format;
         uint32_t bytes;
     } cases[] = {
-            {AUDIO_FORMAT_PCM_16_BIT, 2},        {AUDIO_FORMAT_PCM_8_BIT, 1},
-            {AUDIO_FORMAT_PCM_32_BIT, 4},        {AUDIO_FORMAT_PCM_8_24_BIT, 4},
-            {AUDIO_FORMAT_PCM_FLOAT, 4},         {AUDIO_FORMAT_PCM_24_BIT_PACKED, 3},
-            {AUDIO_FORMAT_IEC61937, 2},          {AUDIO_FORMAT_MP3, 0},
-            {AUDIO_FORMAT_DEFAULT, 0},           {0x7u, 0},
+            {AUDIO_FORMAT_PCM_16_BIT, 2}, {AUDIO_FORMAT_PCM_8_BIT, 1},
+            {AUDIO_FORMAT_PCM_32_BIT, 4}, {AUDIO_FORMAT_PCM_8_24_BIT, 4},
+            {AUDIO_FORMAT_PCM_FLOAT, 4},  {AUDIO_FORMAT_PCM_24_BIT_PACKED, 3},
+            {AUDIO_FORMAT_IEC61937, 2},   {AUDIO_FORMAT_MP3, 0},
+            {AUDIO_FORMAT_DEFAULT, 0},    {0x7u, 0},
     };
     for (const Case& c : cases) {
         SCOPED_TRACE(c.format);

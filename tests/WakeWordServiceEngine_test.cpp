@@ -91,7 +91,8 @@ TEST_F(WakeWordServiceEngine, RegistersInOrderThenBuildsTheModelAndReportsNearMi
     EXPECT_EQ("WakeWordService_modelset", argOf("NorvoModelSet_New", 0));
     EXPECT_EQ("/models/ww/norvo.manifest", argOf("NorvoModelSet_New", 1));
     EXPECT_EQ("", argOf("NorvoModelSet_New", 2));
-    EXPECT_EQ((std::vector<std::string>{"WakeWordService_input_decoder", "1", "NearMissEnabled", "0"}),
+    EXPECT_EQ((std::vector<std::string>{"WakeWordService_input_decoder", "1", "NearMissEnabled",
+                                        "0"}),
               norvo_fake::callsOf("NorvoDecoder_PushClientEvents").at(0).args);
     EXPECT_NE(nullptr, service->mAspEventMonitor);
 }
@@ -133,7 +134,8 @@ TEST_F(WakeWordServiceEngine, AedAndNttRegistrationsOnlyWhenConfigured) {
 TEST_F(WakeWordServiceEngine, EachRegistrationFailureStopsSetupWithItsMessage) {
     const std::pair<const char*, const char*> steps[] = {
             {"NorvoApi_SetLoggingCallback", "Error setting Norvo LoggingCallback."},
-            {"NorvoApi_SetEnumeratedResultCallback", "Error setting Norvo EnumeratedResultCallback."},
+            {"NorvoApi_SetEnumeratedResultCallback",
+             "Error setting Norvo EnumeratedResultCallback."},
             {"NorvoApi_SetJsondataCallback", "Error setting Norvo JsonDataCallback."},
             {"NorvoApi_SetAcousticEventDetectionResultCallback",
              "Error setting Norvo AcousticEventDetectionResultCallback."},
@@ -220,10 +222,10 @@ TEST_F(WakeWordServiceEngine, NearMissPushStatusIsTheSetupResult) {
 }
 
 TEST_F(WakeWordServiceEngine, UnifiedModelGetsItsNttConfigurationAndFailureIsOnlyLogged) {
-    norvo_fake::setModelSetAttributes(
-            "WakeWordService_modelset",
-            "{\"model_attributes\":[{\"model_id\":\"norvo\",\"keyword\":{\"supported-keyword-list\":"
-            "[\"STOP\"]},\"ntt\":{}}]}");
+    norvo_fake::setModelSetAttributes("WakeWordService_modelset",
+                                      "{\"model_attributes\":[{\"model_id\":\"norvo\",\"keyword\":{"
+                                      "\"supported-keyword-list\":"
+                                      "[\"STOP\"]},\"ntt\":{}}]}");
     norvo_fake::setStatus("NorvoDecoder_SetNttConfiguration", 4);
     sp<WakeWordService> service = wws_test::createService(config);
     EXPECT_EQ(0, service->mInitStatus);
@@ -296,9 +298,9 @@ TEST_F(WakeWordServiceEngine, DeviceInfoReachesTheEngineAsLookaheadMetadata) {
     EXPECT_TRUE(log.contains(ANDROID_LOG_DEBUG, kTag,
                              "deviceInfoJson: " + expected + " set into Norvo LookaheadMetadata"));
     std::vector<std::string> debug = log.messages(ANDROID_LOG_DEBUG, kTag);
-    for (const char* line : {"buildType @ user", "buildDisplayId @ VM1.2",
-                             "buildVersionReleaseNumber @ 9", "buildVersionIncremental @ 4411",
-                             "DeviceType @ hub\"x"}) {
+    for (const char* line :
+         {"buildType @ user", "buildDisplayId @ VM1.2", "buildVersionReleaseNumber @ 9",
+          "buildVersionIncremental @ 4411", "DeviceType @ hub\"x"}) {
         EXPECT_NE(debug.end(), std::find(debug.begin(), debug.end(), line)) << line;
     }
     EXPECT_TRUE(log.messages(ANDROID_LOG_WARN, kTag).empty());
@@ -317,8 +319,8 @@ TEST_F(WakeWordServiceEngine, SampleEventJson) {
 TEST_F(WakeWordServiceEngine, DecoderThreadIsRenicedAndTheResultLogged) {
     ASSERT_EQ(0, NorvoModelSet_New("ms", "/m", ""));
     ASSERT_EQ(0, NorvoDecoder_NewSpotterAudioDecoder(
-                         "dec", "ms", "norvo", NorvoDecoder_NewNorvoMultichannelAudioFormat_Default(),
-                         "{}"));
+                         "dec", "ms", "norvo",
+                         NorvoDecoder_NewNorvoMultichannelAudioFormat_Default(), "{}"));
     int tid = NorvoDecoder_GetDecoderThreadId("dec").threadId;
     EXPECT_EQ(0, WakeWordService::setNorvoDecoderThreadPriority("dec", 7));
     EXPECT_EQ(7, norvo_fake::decoderThreadNice("dec"));

@@ -7,9 +7,9 @@
 #include <string>
 #include <vector>
 
+#include "AudioRecordAdapter.h"
 #include "LogCapture.h"
 #include "ServiceFactory.h"
-#include "AudioRecordAdapter.h"
 #include "WakeWordModelJson.h"
 
 using android::sp;
@@ -93,8 +93,8 @@ TEST_F(WakeWordServiceModel, InputListensForLocalCommandsThenWakeWordsAndPlaybac
         EXPECT_EQ(i < 5 ? playbackWords[i] : defaults.words[i], playback.format.words[i])
                 << "playback word " << i;
     }
-    EXPECT_TRUE(log.contains(ANDROID_LOG_INFO, kTag, "Configuring input keyword decoder with: " +
-                                                             input.config));
+    EXPECT_TRUE(log.contains(ANDROID_LOG_INFO, kTag,
+                             "Configuring input keyword decoder with: " + input.config));
     EXPECT_TRUE(log.contains(ANDROID_LOG_INFO, kTag,
                              "Configuring playback keyword decoder with: " + playback.config));
     EXPECT_TRUE(log.contains(ANDROID_LOG_INFO, kTag,
@@ -123,8 +123,10 @@ TEST_F(WakeWordServiceModel, UnsupportedLocalCommandsAreLeftOutWithWarnings) {
     ServiceConfig other;
     sp<WakeWordService> second = wws_test::createService(other);
     EXPECT_EQ(keywordConfig("\"SNOOZE\",\"HEYVELMAR\""), decoderConfig(kInput));
-    EXPECT_TRUE(log.contains(ANDROID_LOG_WARN, kTag, "Wakeword model does not support STOP keyword"));
-    EXPECT_TRUE(log.contains(ANDROID_LOG_DEBUG, kTag, "Wakeword model supports SNOOZE local command"));
+    EXPECT_TRUE(
+            log.contains(ANDROID_LOG_WARN, kTag, "Wakeword model does not support STOP keyword"));
+    EXPECT_TRUE(
+            log.contains(ANDROID_LOG_DEBUG, kTag, "Wakeword model supports SNOOZE local command"));
 }
 
 // Attribute texts that still yield decoders, and the input list each one gives.
@@ -236,9 +238,10 @@ TEST_F(WakeWordServiceModel, NearMissAddsBetaEnabledToTheInputDecoderOnly) {
     config.nearMissEnabled = true;
     config.playbackViaAudioRecord = true;
     sp<WakeWordService> service = start();
-    EXPECT_EQ("{\"keyword\":{\"enabled-keyword-list\":[\"STOP\",\"CANCEL\",\"SNOOZE\","
-              "\"HEYVELMAR\"]},\"betaEnabled\":true}",
-              decoderConfig(kInput));
+    EXPECT_EQ(
+            "{\"keyword\":{\"enabled-keyword-list\":[\"STOP\",\"CANCEL\",\"SNOOZE\","
+            "\"HEYVELMAR\"]},\"betaEnabled\":true}",
+            decoderConfig(kInput));
     EXPECT_EQ(keywordConfig("\"HEYVELMAR\""), decoderConfig(kPlayback));
 }
 
@@ -269,20 +272,22 @@ TEST_F(WakeWordServiceModel, ThreeChannelInputRewritesTheFirstSevenFormatWords) 
 }
 
 TEST_F(WakeWordServiceModel, AnNttMemberInAnyElementMakesTheModelUnified) {
-    norvo_fake::setModelSetAttributes(
-            kModelSet, attributesWith(element("norvo", "\"STOP\"") + "," +
-                                      element("ntt-model", "", /*ntt=*/true)));
+    norvo_fake::setModelSetAttributes(kModelSet,
+                                      attributesWith(element("norvo", "\"STOP\"") + "," +
+                                                     element("ntt-model", "", /*ntt=*/true)));
     sp<WakeWordService> service = start();
     EXPECT_TRUE(service->mNttSupportedInWwModel);
-    EXPECT_TRUE(log.contains(ANDROID_LOG_INFO, kTag,
-                             "Norvo input keyword model is set to a Unified model with NTT support"));
+    EXPECT_TRUE(
+            log.contains(ANDROID_LOG_INFO, kTag,
+                         "Norvo input keyword model is set to a Unified model with NTT support"));
 
     EXPECT_FALSE(WakeWordService::getNttSupportedFromModel("[{\"ntt\":1}]"));
     EXPECT_TRUE(log.contains(ANDROID_LOG_ERROR, kTag,
                              "Unable to parse modelSet attributes [{\"ntt\":1}]"));
     EXPECT_FALSE(WakeWordService::getNttSupportedFromModel("{\"model_attributes\":{\"ntt\":1}}"));
     EXPECT_FALSE(WakeWordService::getNttSupportedFromModel("{\"model_attributes\":[\"ntt\"]}"));
-    EXPECT_TRUE(WakeWordService::getNttSupportedFromModel("{\"model_attributes\":[1,{\"ntt\":null}]}"));
+    EXPECT_TRUE(
+            WakeWordService::getNttSupportedFromModel("{\"model_attributes\":[1,{\"ntt\":null}]}"));
 }
 
 TEST_F(WakeWordServiceModel, EngineFailuresWhileBuildingAreReturnedWithTheirMessages) {
@@ -375,8 +380,8 @@ TEST_F(WakeWordServiceModel, SwitchRebuildsUnderTheSameIdsAndRestoresDetection) 
     sp<WakeWordService> service = start();
     giveCaptureInput(*service);
     ASSERT_EQ(0, service->setDetectorEnabled(true));
-    norvo_fake::setModelSetAttributes(
-            kModelSet, attributesWith(element("norvo", "\"CANCEL\"", /*ntt=*/true)));
+    norvo_fake::setModelSetAttributes(kModelSet,
+                                      attributesWith(element("norvo", "\"CANCEL\"", /*ntt=*/true)));
     const char* words[] = {"NEWWORD"};
     size_t mark = norvo_fake::calls().size();
     log.clear();
@@ -394,11 +399,10 @@ TEST_F(WakeWordServiceModel, SwitchRebuildsUnderTheSameIdsAndRestoresDetection) 
     std::vector<norvo_fake::Call> all = norvo_fake::calls();
     std::vector<std::string> order;
     for (size_t i = mark; i < all.size(); ++i) order.push_back(all[i].op);
-    EXPECT_EQ((std::vector<std::string>{"NorvoDecoder_Delete", "NorvoModelSet_Delete",
-                                        "NorvoModelSet_New", "NorvoModelSet_GetModelSetAttributes",
-                                        "NorvoDecoder_NewSpotterAudioDecoder",
-                                        "NorvoDecoder_GetDecoderThreadId",
-                                        "NorvoDecoder_SetNttConfiguration"}),
+    EXPECT_EQ((std::vector<std::string>{
+                      "NorvoDecoder_Delete", "NorvoModelSet_Delete", "NorvoModelSet_New",
+                      "NorvoModelSet_GetModelSetAttributes", "NorvoDecoder_NewSpotterAudioDecoder",
+                      "NorvoDecoder_GetDecoderThreadId", "NorvoDecoder_SetNttConfiguration"}),
               order);
     std::vector<std::string> info = log.messages(ANDROID_LOG_INFO, kTag);
     ASSERT_FALSE(info.empty());
@@ -452,5 +456,6 @@ TEST(WakeWordModelJson, FindValueNeedsTheSameLengthAndBytes) {
     EXPECT_TRUE(velmar::findValueInArray(array, std::string("STOP\0X", 6)));
     rapidjson::Document empty;
     empty.Parse("[]");
-    EXPECT_FALSE(velmar::findValueInArray(static_cast<const rapidjson::Value&>(empty).GetArray(), ""));
+    EXPECT_FALSE(
+            velmar::findValueInArray(static_cast<const rapidjson::Value&>(empty).GetArray(), ""));
 }

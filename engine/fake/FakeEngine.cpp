@@ -21,7 +21,8 @@ std::string ptrText(const void* p) {
 }
 
 FakeEngine& FakeEngine::instance() {
-    static FakeEngine* engine = new FakeEngine();  // never destroyed: decoder threads may outlive exit
+    static FakeEngine* engine =
+            new FakeEngine();  // never destroyed: decoder threads may outlive exit
     return *engine;
 }
 
@@ -47,7 +48,9 @@ bool FakeEngine::recordCall_l(const std::string& op, std::vector<std::string> ar
     return false;
 }
 
-static std::string text(const char* s) { return s == nullptr ? "null" : s; }
+static std::string text(const char* s) {
+    return s == nullptr ? "null" : s;
+}
 
 Callbacks FakeEngine::callbacks() {
     std::lock_guard<std::mutex> guard(mLock);
@@ -280,8 +283,12 @@ bool FakeEngine::runOnDecoderThread(const std::string& id, std::function<void()>
 
 // ---- control interface -------------------------------------------------------------------------
 
-void reset() { FakeEngine::instance().reset(); }
-std::vector<Call> calls() { return FakeEngine::instance().calls(); }
+void reset() {
+    FakeEngine::instance().reset();
+}
+std::vector<Call> calls() {
+    return FakeEngine::instance().calls();
+}
 
 std::vector<Call> callsOf(const std::string& op) {
     std::vector<Call> matching;
@@ -303,16 +310,30 @@ void setStatus(const std::string& op, NorvoStatus status) {
 void setStatus(const std::string& op, const std::string& id, NorvoStatus status) {
     FakeEngine::instance().setStatus(op, id, status);
 }
-void clearStatuses() { FakeEngine::instance().clearStatuses(); }
+void clearStatuses() {
+    FakeEngine::instance().clearStatuses();
+}
 void setModelSetAttributes(const std::string& modelSetId, const std::string& json) {
     FakeEngine::instance().setModelSetAttributes(modelSetId, json);
 }
-void setLibraryAttributes(const std::string& text) { FakeEngine::instance().setLibraryAttributes(text); }
-void setRecordAudioPushes(bool record) { FakeEngine::instance().setRecordAudioPushes(record); }
-bool modelSet(const std::string& id, ModelSetInfo* out) { return FakeEngine::instance().modelSet(id, out); }
-bool decoder(const std::string& id, DecoderInfo* out) { return FakeEngine::instance().decoder(id, out); }
-std::vector<std::string> decoderIds() { return FakeEngine::instance().decoderIds(); }
-Callbacks callbacks() { return FakeEngine::instance().callbacks(); }
+void setLibraryAttributes(const std::string& text) {
+    FakeEngine::instance().setLibraryAttributes(text);
+}
+void setRecordAudioPushes(bool record) {
+    FakeEngine::instance().setRecordAudioPushes(record);
+}
+bool modelSet(const std::string& id, ModelSetInfo* out) {
+    return FakeEngine::instance().modelSet(id, out);
+}
+bool decoder(const std::string& id, DecoderInfo* out) {
+    return FakeEngine::instance().decoder(id, out);
+}
+std::vector<std::string> decoderIds() {
+    return FakeEngine::instance().decoderIds();
+}
+Callbacks callbacks() {
+    return FakeEngine::instance().callbacks();
+}
 
 bool runOnDecoderThread(const std::string& decoderId, std::function<void()> fn, bool wait) {
     return FakeEngine::instance().runOnDecoderThread(decoderId, std::move(fn), wait);

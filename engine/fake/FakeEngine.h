@@ -33,7 +33,8 @@ class FakeEngine {
 
     NorvoStatus newModelSet(const char* id, const char* manifestPath, const char* options);
     NorvoStatus deleteModelSet(const char* id);
-    NorvoStatus getModelSetAttributes(const char* id, ModelSetAttributesCallback cb, void* userData);
+    NorvoStatus getModelSetAttributes(const char* id, ModelSetAttributesCallback cb,
+                                      void* userData);
 
     NorvoStatus newDecoder(const std::string& op, std::vector<std::string> args, DecoderInfo info,
                            const char* id);
@@ -69,15 +70,15 @@ class FakeEngine {
     bool recordCall_l(const std::string& op, std::vector<std::string> args, NorvoStatus* status);
 
     std::mutex mLock;
-    std::vector<Call> mCalls;                                     // guarded by mLock
-    std::map<std::string, NorvoStatus> mOpStatus;                 // guarded by mLock
+    std::vector<Call> mCalls;                                              // guarded by mLock
+    std::map<std::string, NorvoStatus> mOpStatus;                          // guarded by mLock
     std::map<std::pair<std::string, std::string>, NorvoStatus> mIdStatus;  // guarded by mLock
-    std::map<std::string, std::string> mAttributes;               // guarded by mLock
-    std::map<std::string, ModelSetInfo> mModelSets;               // guarded by mLock
-    std::map<std::string, std::shared_ptr<Decoder>> mDecoders;    // guarded by mLock
-    Callbacks mCallbacks{};                                       // guarded by mLock
-    bool mRecordPushes = true;                                    // guarded by mLock
-    std::function<void(const std::string&)> mBeforeDelete;        // guarded by mLock
+    std::map<std::string, std::string> mAttributes;                        // guarded by mLock
+    std::map<std::string, ModelSetInfo> mModelSets;                        // guarded by mLock
+    std::map<std::string, std::shared_ptr<Decoder>> mDecoders;             // guarded by mLock
+    Callbacks mCallbacks{};                                                // guarded by mLock
+    bool mRecordPushes = true;                                             // guarded by mLock
+    std::function<void(const std::string&)> mBeforeDelete;                 // guarded by mLock
     // Library attributes: every text ever handed out stays allocated, since callers keep the
     // pointer for the life of the process.
     std::vector<std::unique_ptr<std::string>> mLibraryAttributes;  // guarded by mLock

@@ -12,8 +12,12 @@ using norvo_fake::fnText;
 
 namespace {
 
-FakeEngine& engine() { return FakeEngine::instance(); }
-std::string text(const char* s) { return s == nullptr ? "null" : s; }
+FakeEngine& engine() {
+    return FakeEngine::instance();
+}
+std::string text(const char* s) {
+    return s == nullptr ? "null" : s;
+}
 
 std::string formatText(const NorvoMultichannelAudioFormat& format) {
     std::string words;
@@ -35,14 +39,16 @@ NorvoStatus NorvoApi_SetMetricsCallback(NorvoMetricsCallback cb) {
     return engine().setCallback("NorvoApi_SetMetricsCallback", &Callbacks::metrics, cb);
 }
 NorvoStatus NorvoApi_SetEnumeratedResultCallback(EnumeratedResult_Callback cb) {
-    return engine().setCallback("NorvoApi_SetEnumeratedResultCallback", &Callbacks::enumeratedResult,
-                                cb);
+    return engine().setCallback("NorvoApi_SetEnumeratedResultCallback",
+                                &Callbacks::enumeratedResult, cb);
 }
-NorvoStatus NorvoApi_SetLocalCommandEnumeratedResultCallback(LocalCommandEnumeratedResult_Callback cb) {
+NorvoStatus NorvoApi_SetLocalCommandEnumeratedResultCallback(
+        LocalCommandEnumeratedResult_Callback cb) {
     return engine().setCallback("NorvoApi_SetLocalCommandEnumeratedResultCallback",
                                 &Callbacks::localCommand, cb);
 }
-NorvoStatus NorvoApi_SetAcousticEventDetectionResultCallback(AcousticEventDetectionResult_Callback cb) {
+NorvoStatus NorvoApi_SetAcousticEventDetectionResultCallback(
+        AcousticEventDetectionResult_Callback cb) {
     return engine().setCallback("NorvoApi_SetAcousticEventDetectionResultCallback",
                                 &Callbacks::acousticEvent, cb);
 }
@@ -54,7 +60,8 @@ NorvoStatus NorvoApi_SetNttResultCallback(NttResult_Callback cb) {
     return engine().setCallback("NorvoApi_SetNttResultCallback", &Callbacks::nttResult, cb);
 }
 NorvoStatus NorvoApi_SetNttEndOfSpeechCallback(NttEndOfSpeech_Callback cb) {
-    return engine().setCallback("NorvoApi_SetNttEndOfSpeechCallback", &Callbacks::nttEndOfSpeech, cb);
+    return engine().setCallback("NorvoApi_SetNttEndOfSpeechCallback", &Callbacks::nttEndOfSpeech,
+                                cb);
 }
 NorvoStatus NorvoApi_SetJsondataCallback(Jsondata_Callback cb) {
     return engine().setCallback("NorvoApi_SetJsondataCallback", &Callbacks::jsondata, cb);
@@ -93,7 +100,9 @@ NorvoStatus NorvoApi_SetClientLookaheadMetadata(const char* json) {
     return status;
 }
 
-const char* NorvoApi_GetAttributes(void) { return engine().libraryAttributes(); }
+const char* NorvoApi_GetAttributes(void) {
+    return engine().libraryAttributes();
+}
 
 NorvoStatus NorvoModelSet_New(NorvoModelSetId modelSetId, const char* manifestPath,
                               const char* options) {
@@ -124,16 +133,19 @@ NorvoMultichannelAudioFormat NorvoDecoder_NewNorvoMultichannelAudioFormat_Defaul
     format.words[NORVO_AUDIO_FORMAT_WORD_SAMPLE_RATE] = 16000;
     format.words[NORVO_AUDIO_FORMAT_WORD_BITS_PER_SAMPLE] = 16;
     format.words[NORVO_AUDIO_FORMAT_WORD_CHANNEL_COUNT] = 1;
-    // Engine-private words: distinct values so that tests can tell untouched words from zeroed ones.
+    // Engine-private words: distinct values so that tests can tell untouched words from zeroed
+    // ones.
     for (int i = 4; i < NORVO_AUDIO_FORMAT_WORD_COUNT; ++i) format.words[i] = 100 + i;
     return format;
 }
 
-NorvoStatus NorvoDecoder_NewSpotterAudioDecoder(NorvoDecoderId decoderId, NorvoModelSetId modelSetId,
+NorvoStatus NorvoDecoder_NewSpotterAudioDecoder(NorvoDecoderId decoderId,
+                                                NorvoModelSetId modelSetId,
                                                 const char* keywordSetName,
                                                 NorvoMultichannelAudioFormat format,
                                                 const char* configJson) {
-    DecoderInfo info{"spotter", text(modelSetId), text(keywordSetName), text(configJson), format, 0};
+    DecoderInfo info{"spotter",        text(modelSetId), text(keywordSetName),
+                     text(configJson), format,           0};
     return engine().newDecoder("NorvoDecoder_NewSpotterAudioDecoder",
                                {text(decoderId), text(modelSetId), text(keywordSetName),
                                 formatText(format), text(configJson)},
@@ -146,26 +158,31 @@ NorvoStatus NorvoDecoder_NewMultichannelAudioDecoder(NorvoDecoderId decoderId,
                                                      int32_t p4, int32_t p5,
                                                      NorvoMultichannelAudioFormat format) {
     DecoderInfo info{"multichannel", text(modelSetId), text(name), "", format, 0};
-    return engine().newDecoder(
-            "NorvoDecoder_NewMultichannelAudioDecoder",
-            {text(decoderId), text(modelSetId), text(name), std::to_string(p0), std::to_string(p1),
-             std::to_string(p2), std::to_string(p3), std::to_string(p4), std::to_string(p5),
-             formatText(format)},
-            info, decoderId);
+    return engine().newDecoder("NorvoDecoder_NewMultichannelAudioDecoder",
+                               {text(decoderId), text(modelSetId), text(name), std::to_string(p0),
+                                std::to_string(p1), std::to_string(p2), std::to_string(p3),
+                                std::to_string(p4), std::to_string(p5), formatText(format)},
+                               info, decoderId);
 }
 
 NorvoStatus NorvoDecoder_NewPcmInt16(NorvoDecoderId decoderId, NorvoModelSetId modelSetId,
                                      const char* name, int32_t p0, int32_t p1, int32_t p2,
                                      int32_t p3) {
-    DecoderInfo info{"pcm16", text(modelSetId), text(name), "",
-                     NorvoDecoder_NewNorvoMultichannelAudioFormat_Default(), 0};
+    DecoderInfo info{"pcm16",
+                     text(modelSetId),
+                     text(name),
+                     "",
+                     NorvoDecoder_NewNorvoMultichannelAudioFormat_Default(),
+                     0};
     return engine().newDecoder("NorvoDecoder_NewPcmInt16",
                                {text(decoderId), text(modelSetId), text(name), std::to_string(p0),
                                 std::to_string(p1), std::to_string(p2), std::to_string(p3)},
                                info, decoderId);
 }
 
-NorvoStatus NorvoDecoder_Delete(NorvoDecoderId decoderId) { return engine().deleteDecoder(decoderId); }
+NorvoStatus NorvoDecoder_Delete(NorvoDecoderId decoderId) {
+    return engine().deleteDecoder(decoderId);
+}
 
 NorvoDecoderThreadIdResult NorvoDecoder_GetDecoderThreadId(NorvoDecoderId decoderId) {
     return engine().decoderThreadId(decoderId);

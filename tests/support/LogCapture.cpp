@@ -27,7 +27,8 @@ void LogCapture::logger(const struct __android_logger_data* data, const char* me
 
 void LogCapture::append(int priority, const char* tag, const char* message) {
     std::lock_guard<std::mutex> guard(mLock);
-    mLines.push_back(LogLine{priority, tag == nullptr ? "" : tag, message == nullptr ? "" : message});
+    mLines.push_back(
+            LogLine{priority, tag == nullptr ? "" : tag, message == nullptr ? "" : message});
 }
 
 std::vector<LogLine> LogCapture::lines() const {
@@ -51,7 +52,9 @@ std::vector<std::string> LogCapture::messages(int priority, const std::string& t
     return found;
 }
 
-bool LogCapture::contains(const std::string& message) const { return indexOf(message) >= 0; }
+bool LogCapture::contains(const std::string& message) const {
+    return indexOf(message) >= 0;
+}
 
 bool LogCapture::contains(int priority, const std::string& tag, const std::string& message) const {
     for (const LogLine& line : lines()) {

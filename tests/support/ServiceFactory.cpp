@@ -15,8 +15,10 @@ void testPmaStatus(bool) {}
 void testRecordMetrics(NorvoDMSMetricData*) {}
 void testRecordQuillanMetrics(NorvoDMSQuillanMetricData*) {}
 void testFederatedLearningEvent(const char*, const char*, NorvoFederatedLearningEvent*) {}
-void testFederatedLearningUnsecured(const char*, const char*, NorvoFederatedLearningUnsecuredEvent*) {}
-void testFederatedLearningIdle(const char*, const char*, NorvoFederatedLearningIdleDetectionResult*) {}
+void testFederatedLearningUnsecured(const char*, const char*,
+                                    NorvoFederatedLearningUnsecuredEvent*) {}
+void testFederatedLearningIdle(const char*, const char*,
+                               NorvoFederatedLearningIdleDetectionResult*) {}
 
 android::sp<velmar::AudioStream> makeStream(audio_format_t format, uint32_t channels) {
     return new velmar::AudioStream(velmar::AudioStreamFormat{format, 16000, channels}, 1u << 16);
@@ -28,9 +30,9 @@ velmar::WakeWordService* constructService(ServiceConfig& c) {
             testNttResult, testNttEndOfSpeech, testJsondata, testAedStaticStatus,
             testAedCustomStatus, testNttStatus, testPmaStatus, testRecordMetrics,
             testRecordQuillanMetrics, testFederatedLearningEvent, testFederatedLearningUnsecured,
-            testFederatedLearningIdle, c.audioStream, c.oneMicAudioStream,
-            c.norvoModelManifestPath, c.aedStaticModelManifestPath, c.nttModelPath,
-            c.pmaModelPath, c.aedCustomModelPath, c.wakeWords.empty() ? nullptr : c.wakeWords.data(),
+            testFederatedLearningIdle, c.audioStream, c.oneMicAudioStream, c.norvoModelManifestPath,
+            c.aedStaticModelManifestPath, c.nttModelPath, c.pmaModelPath, c.aedCustomModelPath,
+            c.wakeWords.empty() ? nullptr : c.wakeWords.data(),
             static_cast<int>(c.wakeWords.size()), c.playbackViaAudioRecord,
             c.suppressPlaybackAtInit, c.aedAvailable, c.nearMissEnabled, c.threeChannelInput,
             c.nttEnabled, c.preloadNttModel, c.oneMicEnabled, c.decoderThreadPriority,

@@ -22,8 +22,10 @@ void testPmaStatus(bool);
 void testRecordMetrics(NorvoDMSMetricData*);
 void testRecordQuillanMetrics(NorvoDMSQuillanMetricData*);
 void testFederatedLearningEvent(const char*, const char*, NorvoFederatedLearningEvent*);
-void testFederatedLearningUnsecured(const char*, const char*, NorvoFederatedLearningUnsecuredEvent*);
-void testFederatedLearningIdle(const char*, const char*, NorvoFederatedLearningIdleDetectionResult*);
+void testFederatedLearningUnsecured(const char*, const char*,
+                                    NorvoFederatedLearningUnsecuredEvent*);
+void testFederatedLearningIdle(const char*, const char*,
+                               NorvoFederatedLearningIdleDetectionResult*);
 
 android::sp<velmar::AudioStream> makeStream(audio_format_t format = AUDIO_FORMAT_PCM_16_BIT,
                                             uint32_t channels = 1);

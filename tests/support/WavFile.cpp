@@ -27,7 +27,9 @@ const std::string& tempDir() {
 
 }  // namespace
 
-std::string tempPath(const std::string& name) { return tempDir() + "/" + name; }
+std::string tempPath(const std::string& name) {
+    return tempDir() + "/" + name;
+}
 
 std::string writeWav(const std::string& name, const std::vector<int16_t>& samples, int sampleRate,
                      int channels, int format) {
@@ -45,7 +47,8 @@ std::string writeWav(const std::string& name, const std::vector<int16_t>& sample
 
 std::vector<int16_t> rampSamples(size_t count, int16_t first) {
     std::vector<int16_t> samples(count);
-    for (size_t i = 0; i < count; ++i) samples[i] = static_cast<int16_t>(first + static_cast<int16_t>(i));
+    for (size_t i = 0; i < count; ++i)
+        samples[i] = static_cast<int16_t>(first + static_cast<int16_t>(i));
     return samples;
 }
 

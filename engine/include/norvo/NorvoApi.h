@@ -56,8 +56,8 @@ typedef int32_t NorvoStatus;
  * ------------------------------------------------------------------------------------------- */
 
 /* Audio format of a decoder, passed by value: 36 little-endian 32-bit words. Obtain it filled with
- * engine defaults from NorvoDecoder_NewNorvoMultichannelAudioFormat_Default(); the defaults describe
- * 16 kHz, 16-bit, one-channel audio. Words 0 and 4 to 35 are engine-defined. */
+ * engine defaults from NorvoDecoder_NewNorvoMultichannelAudioFormat_Default(); the defaults
+ * describe 16 kHz, 16-bit, one-channel audio. Words 0 and 4 to 35 are engine-defined. */
 #define NORVO_AUDIO_FORMAT_WORD_COUNT 36
 #define NORVO_AUDIO_FORMAT_WORD_SAMPLE_RATE 1
 #define NORVO_AUDIO_FORMAT_WORD_BITS_PER_SAMPLE 2
@@ -98,7 +98,7 @@ typedef struct NorvoNttEvent {
 } NorvoNttEvent;
 
 typedef struct NorvoDecoderThreadIdResult {
-    int32_t status; /* 0 when the decoder was found */
+    int32_t status;   /* 0 when the decoder was found */
     int32_t threadId; /* kernel thread id of the decoder's processing thread */
 } NorvoDecoderThreadIdResult;
 
@@ -231,8 +231,10 @@ typedef void (*ModelSetAttributesCallback)(const char* attributesJson, void* use
 NorvoStatus NorvoApi_SetLoggingCallback(NorvoLoggingCallback cb);
 NorvoStatus NorvoApi_SetMetricsCallback(NorvoMetricsCallback cb);
 NorvoStatus NorvoApi_SetEnumeratedResultCallback(EnumeratedResult_Callback cb);
-NorvoStatus NorvoApi_SetLocalCommandEnumeratedResultCallback(LocalCommandEnumeratedResult_Callback cb);
-NorvoStatus NorvoApi_SetAcousticEventDetectionResultCallback(AcousticEventDetectionResult_Callback cb);
+NorvoStatus NorvoApi_SetLocalCommandEnumeratedResultCallback(
+        LocalCommandEnumeratedResult_Callback cb);
+NorvoStatus NorvoApi_SetAcousticEventDetectionResultCallback(
+        AcousticEventDetectionResult_Callback cb);
 NorvoStatus NorvoApi_SetPresenceDetectionResultCallback(PresenceDetectionResult_Callback cb);
 NorvoStatus NorvoApi_SetNttResultCallback(NttResult_Callback cb);
 NorvoStatus NorvoApi_SetNttEndOfSpeechCallback(NttEndOfSpeech_Callback cb);
@@ -255,7 +257,8 @@ const char* NorvoApi_GetAttributes(void);
  * Model sets
  * ------------------------------------------------------------------------------------------- */
 
-NorvoStatus NorvoModelSet_New(NorvoModelSetId modelSetId, const char* manifestPath, const char* options);
+NorvoStatus NorvoModelSet_New(NorvoModelSetId modelSetId, const char* manifestPath,
+                              const char* options);
 NorvoStatus NorvoModelSet_Delete(NorvoModelSetId modelSetId);
 /* Calls cb(attributesJson, userData) once before returning. */
 NorvoStatus NorvoModelSet_GetModelSetAttributes(NorvoModelSetId modelSetId,
@@ -269,7 +272,8 @@ NorvoStatus NorvoModelSet_SetAedCustomSoundConfig(NorvoModelSetId modelSetId, co
  * ------------------------------------------------------------------------------------------- */
 
 NorvoMultichannelAudioFormat NorvoDecoder_NewNorvoMultichannelAudioFormat_Default(void);
-NorvoStatus NorvoDecoder_NewSpotterAudioDecoder(NorvoDecoderId decoderId, NorvoModelSetId modelSetId,
+NorvoStatus NorvoDecoder_NewSpotterAudioDecoder(NorvoDecoderId decoderId,
+                                                NorvoModelSetId modelSetId,
                                                 const char* keywordSetName,
                                                 NorvoMultichannelAudioFormat format,
                                                 const char* configJson);

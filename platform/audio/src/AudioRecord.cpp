@@ -59,7 +59,8 @@ AudioRecord::~AudioRecord() {
     host::internal::recordingDestroyed(this);
 }
 
-status_t AudioRecord::start(AudioSystem::sync_event_t /*event*/, audio_session_t /*triggerSession*/) {
+status_t AudioRecord::start(AudioSystem::sync_event_t /*event*/,
+                            audio_session_t /*triggerSession*/) {
     std::lock_guard<std::mutex> guard(mLock);
     if (mStatus != NO_ERROR) return NO_INIT;
     if (mRunning.load()) return INVALID_OPERATION;
@@ -94,11 +95,17 @@ void AudioRecord::stopThread() {
     if (mRunning.exchange(false)) host::internal::recordingStopped(this);
 }
 
-void AudioRecord::stop() { stopThread(); }
+void AudioRecord::stop() {
+    stopThread();
+}
 
-void AudioRecord::platformStop() { stopThread(); }
+void AudioRecord::platformStop() {
+    stopThread();
+}
 
-bool AudioRecord::stopped() const { return !mRunning.load(); }
+bool AudioRecord::stopped() const {
+    return !mRunning.load();
+}
 
 status_t AudioRecord::getTimestamp(ExtendedTimestamp* timestamp) {
     if (timestamp == nullptr) return BAD_VALUE;

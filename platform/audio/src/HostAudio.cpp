@@ -40,7 +40,8 @@ State& state() {
 
 }  // namespace
 
-// ---- producers ------------------------------------------------------------------------------------
+// ---- producers
+// ------------------------------------------------------------------------------------
 
 void PushedPcm::push(std::vector<int16_t> samples) {
     std::lock_guard<std::mutex> guard(mLock);
@@ -71,7 +72,9 @@ size_t GeneratedPcm::produce(int16_t* dst, size_t maxFrames, uint32_t channelCou
     return maxFrames;
 }
 
-uint64_t GeneratedPcm::framesProduced() const { return mFrame.load(); }
+uint64_t GeneratedPcm::framesProduced() const {
+    return mFrame.load();
+}
 
 WavFilePcm::WavFilePcm(const std::string& path) {
     SF_INFO info{};
@@ -104,7 +107,8 @@ size_t WavFilePcm::produce(int16_t* dst, size_t maxFrames, uint32_t channelCount
     return frames;
 }
 
-// ---- control --------------------------------------------------------------------------------------
+// ---- control
+// --------------------------------------------------------------------------------------
 
 void reset() {
     State& s = state();
@@ -191,9 +195,9 @@ int recordingsCreated(audio_source_t source) {
 
 int activeRecordings(audio_source_t source) {
     std::lock_guard<std::mutex> guard(state().lock);
-    return static_cast<int>(std::count_if(
-            state().recordings.begin(), state().recordings.end(),
-            [source](const Recording& r) { return r.source == source && r.active; }));
+    return static_cast<int>(
+            std::count_if(state().recordings.begin(), state().recordings.end(),
+                          [source](const Recording& r) { return r.source == source && r.active; }));
 }
 
 sp<AudioRecord> lastRecording(audio_source_t source) {
@@ -204,7 +208,8 @@ sp<AudioRecord> lastRecording(audio_source_t source) {
     return nullptr;
 }
 
-// ---- used by AudioRecord and AudioSystem ---------------------------------------------------------
+// ---- used by AudioRecord and AudioSystem
+// ---------------------------------------------------------
 
 namespace internal {
 
@@ -217,7 +222,8 @@ void recordingCreated(AudioRecord* record, status_t* initStatus) {
         *initStatus = failure->second;
         s.initFailures.erase(failure);
     }
-    s.recordings.push_back(Recording{record, wp<AudioRecord>(record), record->inputSource(), false});
+    s.recordings.push_back(
+            Recording{record, wp<AudioRecord>(record), record->inputSource(), false});
 }
 
 void recordingDestroyed(AudioRecord* record) {
@@ -286,7 +292,8 @@ status_t AudioSystem::isSourceActive(audio_source_t source, bool* state) {
     return host::internal::isSourceActive(source, state);
 }
 
-status_t AudioSystem::isStreamActive(audio_stream_type_t stream, bool* state, uint32_t /*inPastMs*/) {
+status_t AudioSystem::isStreamActive(audio_stream_type_t stream, bool* state,
+                                     uint32_t /*inPastMs*/) {
     if (state == nullptr || stream < 0 || stream >= AUDIO_STREAM_CNT) return BAD_VALUE;
     return host::internal::isStreamActive(stream, state);
 }

@@ -26,7 +26,9 @@ uint32_t roundedCapacity(size_t requested) {
 }
 
 // Byte distance from a to b on the wrapping 32-bit position scale, signed.
-int64_t distance(uint32_t from, uint32_t to) { return static_cast<int32_t>(to - from); }
+int64_t distance(uint32_t from, uint32_t to) {
+    return static_cast<int32_t>(to - from);
+}
 
 void futexWait(std::atomic<uint32_t>* word, uint32_t expected, int timeoutMs) {
     timespec timeout{timeoutMs / 1000, (timeoutMs % 1000) * 1000000L};
@@ -117,13 +119,17 @@ void AudioStream::wakeReaders() {
     futexWakeAll(&mWakeSequence);
 }
 
-void AudioStream::closeWriter() { mWriterOpen.store(false); }
+void AudioStream::closeWriter() {
+    mWriterOpen.store(false);
+}
 
 // ---- AudioStreamWriter -------------------------------------------------------------------------
 
 AudioStreamWriter::AudioStreamWriter(const sp<AudioStream>& stream) : mStream(stream) {}
 
-AudioStreamWriter::~AudioStreamWriter() { close(); }
+AudioStreamWriter::~AudioStreamWriter() {
+    close();
+}
 
 ssize_t AudioStreamWriter::write(const void* data, size_t bytes) {
     if (mClosed.load(std::memory_order_relaxed)) return INVALID_OPERATION;
@@ -135,8 +141,8 @@ ssize_t AudioStreamWriter::write(const void* data, size_t bytes) {
     stream.mReservePos.store(end, std::memory_order_relaxed);
     // Bytes beyond the last capacity() would be overwritten within this same write: skip them.
     size_t skipped = bytes > stream.capacity() ? bytes - stream.capacity() : 0;
-    stream.store(start + static_cast<uint32_t>(skipped), static_cast<const uint8_t*>(data) + skipped,
-                 bytes - skipped);
+    stream.store(start + static_cast<uint32_t>(skipped),
+                 static_cast<const uint8_t*>(data) + skipped, bytes - skipped);
     stream.publish(end);
     return static_cast<ssize_t>(bytes);
 }
@@ -184,8 +190,8 @@ ssize_t AudioStreamReader::read(void* buffer, size_t bytes, int timeoutMs) {
             }
             size_t count = std::min(bytes, static_cast<size_t>(ahead));
             stream.load(start, static_cast<uint8_t*>(buffer), count);
-            uint32_t oldestIntact =
-                    stream.mReservePos.load(std::memory_order_relaxed) - static_cast<uint32_t>(capacity);
+            uint32_t oldestIntact = stream.mReservePos.load(std::memory_order_relaxed) -
+                                    static_cast<uint32_t>(capacity);
             int64_t overwritten = distance(start, oldestIntact);
             if (overwritten > 0) {
                 // The writer lapped part of what was copied: skip it and copy again.

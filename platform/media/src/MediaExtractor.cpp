@@ -62,9 +62,8 @@ class WavSource : public IMediaSource {
         format->setInt32(kKeySampleRate, mInfo.samplerate);
         format->setInt32(kKeyChannelCount, mInfo.channels);
         format->setInt32(kKeyBitsPerSample, 16);
-        format->setInt64(kKeyDuration, mInfo.samplerate > 0
-                                               ? mInfo.frames * 1000000LL / mInfo.samplerate
-                                               : 0);
+        format->setInt64(kKeyDuration,
+                         mInfo.samplerate > 0 ? mInfo.frames * 1000000LL / mInfo.samplerate : 0);
         return format;
     }
 

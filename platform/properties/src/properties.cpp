@@ -25,8 +25,10 @@ int property_get(const char* key, char* value, const char* default_value) {
 int8_t property_get_bool(const char* key, int8_t default_value) {
     if (key == nullptr) return default_value;
     std::string value = android::base::GetProperty(key, "");
-    if (value == "1" || value == "true" || value == "y" || value == "yes" || value == "on") return 1;
-    if (value == "0" || value == "false" || value == "n" || value == "no" || value == "off") return 0;
+    if (value == "1" || value == "true" || value == "y" || value == "yes" || value == "on")
+        return 1;
+    if (value == "0" || value == "false" || value == "n" || value == "no" || value == "off")
+        return 0;
     return default_value;
 }
 

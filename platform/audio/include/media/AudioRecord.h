@@ -67,8 +67,9 @@ class AudioRecord : public virtual RefBase {
                 size_t frameCount = 0, callback_t cbf = nullptr, void* user = nullptr,
                 uint32_t notificationFrames = 0, audio_session_t sessionId = AUDIO_SESSION_ALLOCATE,
                 transfer_type transferType = TRANSFER_DEFAULT,
-                audio_input_flags_t flags = AUDIO_INPUT_FLAG_NONE, uid_t uid = static_cast<uid_t>(-1),
-                pid_t pid = -1, const audio_attributes_t* pAttributes = nullptr,
+                audio_input_flags_t flags = AUDIO_INPUT_FLAG_NONE,
+                uid_t uid = static_cast<uid_t>(-1), pid_t pid = -1,
+                const audio_attributes_t* pAttributes = nullptr,
                 audio_port_handle_t selectedDeviceId = AUDIO_PORT_HANDLE_NONE);
     // Stops the callback thread if it still runs.
     ~AudioRecord() override;
@@ -114,16 +115,16 @@ class AudioRecord : public virtual RefBase {
 
     void stopThread();
 
-    std::mutex mLock;                 // serialises start/stop and guards mThread
-    std::thread mThread;              // guarded by mLock
+    std::mutex mLock;     // serialises start/stop and guards mThread
+    std::thread mThread;  // guarded by mLock
     std::atomic<bool> mRunning{false};
     std::atomic<bool> mEverStarted{false};
-    std::mutex mWakeLock;             // guards mStopRequested, goes with mWake
+    std::mutex mWakeLock;  // guards mStopRequested, goes with mWake
     std::condition_variable mWake;
     bool mStopRequested = false;
-    std::vector<int16_t> mBuffer;     // used only by the callback thread
+    std::vector<int16_t> mBuffer;  // used only by the callback thread
 
-    std::mutex mTimestampLock;        // guards the two fields below
+    std::mutex mTimestampLock;  // guards the two fields below
     int64_t mFramesDelivered = 0;
     int64_t mLastFrameTimeNs = -1;
 };

@@ -36,8 +36,8 @@ class ExtendedTimestamp {
         mFlushed = 0;
     }
 
-    int64_t mPosition[LOCATION_MAX];  // frames
-    int64_t mTimeNs[LOCATION_MAX];    // CLOCK_MONOTONIC, or -1 when unknown
+    int64_t mPosition[LOCATION_MAX];        // frames
+    int64_t mTimeNs[LOCATION_MAX];          // CLOCK_MONOTONIC, or -1 when unknown
     int64_t mTimebaseOffset[TIMEBASE_MAX];  // add to mTimeNs to express it in that timebase
     int64_t mFlushed;
 };

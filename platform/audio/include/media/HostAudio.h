@@ -76,10 +76,10 @@ class WavFilePcm : public PcmProducer {
 };
 
 struct TimestampConfig {
-    bool kernel = true;              // report LOCATION_KERNEL times
-    bool server = true;              // report LOCATION_SERVER times
+    bool kernel = true;                 // report LOCATION_KERNEL times
+    bool server = true;                 // report LOCATION_SERVER times
     int64_t kernelLatencyNs = 2000000;  // kernel time = server time - latency
-    int64_t monotonicOffsetNs = 0;   // mTimebaseOffset[TIMEBASE_MONOTONIC]
+    int64_t monotonicOffsetNs = 0;      // mTimebaseOffset[TIMEBASE_MONOTONIC]
 };
 
 // Resets everything: no producers, no failures, no active streams, default frame count.

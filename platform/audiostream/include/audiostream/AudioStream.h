@@ -66,8 +66,8 @@ class AudioStream : public virtual android::RefBase {
 
     const AudioStreamFormat mFormat;
     const uint32_t mMask;
-    std::unique_ptr<uint64_t[]> mWords;  // ring storage, accessed only through relaxed atomics
-    std::atomic<uint32_t> mWritePos{0};  // published end of the written data
+    std::unique_ptr<uint64_t[]> mWords;    // ring storage, accessed only through relaxed atomics
+    std::atomic<uint32_t> mWritePos{0};    // published end of the written data
     std::atomic<uint32_t> mReservePos{0};  // end of the write in progress (>= mWritePos)
     std::atomic<bool> mWriterOpen{false};
     std::atomic<uint32_t> mWakeSequence{0};  // futex word for blocked readers

@@ -10,11 +10,11 @@
 namespace android {
 
 enum {
-    kKeyMIMEType = 0x6d696d65,      // 'mime'
-    kKeySampleRate = 0x73727465,    // 'srte', int32 Hz
-    kKeyChannelCount = 0x2363686e,  // '#chn', int32
-    kKeyDuration = 0x6475726e,      // 'durn', int64 us
-    kKeyBitsPerSample = 0x62697473, // 'bits', int32
+    kKeyMIMEType = 0x6d696d65,       // 'mime'
+    kKeySampleRate = 0x73727465,     // 'srte', int32 Hz
+    kKeyChannelCount = 0x2363686e,   // '#chn', int32
+    kKeyDuration = 0x6475726e,       // 'durn', int64 us
+    kKeyBitsPerSample = 0x62697473,  // 'bits', int32
 };
 
 class MetaDataBase {
