@@ -30,6 +30,7 @@
 #include <utils/Vector.h>
 
 #include <cstdint>
+#include <memory>
 #include <mutex>
 #include <string>
 
@@ -44,9 +45,23 @@ namespace velmar {
 // else 1. Written by the constructor, read by capture set-up and the input paths; a second service
 // instance would overwrite it.
 extern uint32_t gChannelCount;
+// Read from "persist.wakeword.testmode" when the library loads: microphone audio is replaced by
+// silence (injected audio is not).
+extern bool gTestMode;
+
+// CLOCK_MONOTONIC in nanoseconds.
+int64_t getTimeNs();
+// Wall-clock time in milliseconds (gettimeofday).
+long system_currentTimeMillis();
 
 class WakeWordService : public android::RefBase {
   public:
+    // Largest buffer, in frames, the audio callbacks accept.
+    static constexpr size_t kMaxFramesPerBuffer = 240000;
+    // Processes one buffer of frameCount frames from a capture source.
+    typedef android::status_t (*ProcessAudio)(WakeWordService* service, void* buffer,
+                                              size_t frameCount);
+
     // Called by the service itself when it starts (true) or stops (false) the matching decoder.
     typedef void (*AedStaticDecoderStatus_Callback)(bool started);
     typedef void (*AedCustomDecoderStatus_Callback)(bool started);
@@ -139,6 +154,18 @@ class WakeWordService : public android::RefBase {
     // failing start leaves detection off and returns its status.
     android::status_t setDetectorEnabled(bool enabled);
     android::status_t getDetectorEnabled(bool* const enabled);
+    // Lets input audio reach the keyword decoders or not; disabling ends both decoders' sessions.
+    // Serialised by mWWDetectionLock.
+    android::status_t setWWDetectionEnabled(const bool enabled);
+    // Accepted and ignored.
+    android::status_t setWWDetectionEnabledForLpm(bool enabled, int value);
+    // Client event to the input decoder, then to "wws_ntt" when it exists and the first succeeded.
+    android::status_t setNorvoProperty(const char* name, int64_t value);
+    // Client event to the AED decoder.
+    android::status_t setNorvoAcousticProperty(const char* name, int64_t value);
+    android::status_t setFingerprintDatabase(const char* database);
+    // attributes: the engine's description (engine-owned, never freed), or null when refused.
+    android::status_t getNorvoLibraryAttributes(const char*& attributes);
     // Pushes one client event to one decoder (the input decoder by default); no init check.
     android::status_t pushClientEventToNorvo(const char* name, int64_t value,
                                              const NorvoString decoderId);
@@ -146,8 +173,43 @@ class WakeWordService : public android::RefBase {
     // ASP monitor reports: forwarded to the input decoder and, when it exists, "wws_ntt".
     static void AspEventCallback(void* userData, const char* event, int64_t value);
 
-    // ---- Input path: mirror writers (WakeWordServiceStreams.cpp) ----
+    // ---- Input path (WakeWordServiceInput.cpp) ----
+    // Creates the capture input (microphone adapter, playback adapter when configured) and the
+    // injector; starts nothing. getMinFrameCount's status when the frame count must be asked for.
     android::status_t initializeAudioRecordAndInjector();
+    // AudioRecord callback of the microphone adapter (user: the service). Real-time safe.
+    static void audioRecordCallbackFn(int event, void* user, void* info);
+    // Shared body of the AudioRecord callbacks: overrun warning, 1..240000 frame bound, process.
+    static void audioRecordCallbackHandler(int event, void* user, void* info, ProcessAudio process,
+                                           const char* sourceName);
+    // Microphone buffer: ignored while injecting, zeroed in test mode, then processed.
+    static android::status_t processAudioFromInput(WakeWordService* service, void* buffer,
+                                                   size_t frameCount);
+    // Mirror, detect, count. 0 (buffer dropped, not counted) while the input decoder is not
+    // ready; BAD_VALUE without a main writer (not counted) or when a decoder push failed (counted).
+    android::status_t processAudioDataFromInput(void* buffer, size_t frameCount);
+    // Two-channel one-mic variant: channel 1 to the one-mic writer, channel 0 to the main writer
+    // and to detection.
+    android::status_t processInterleavedAudioDataFromInput(void* buffer, size_t frameCount);
+    // Input decoder, then AED, then NTT, each when enabled; the last enabled step's status.
+    android::status_t passAudioForDetection(void* buffer, size_t sampleCount);
+    // Pushes one "samples" event to decoderId. The engine status; NORVO_ERROR_FATAL ends the
+    // process.
+    android::status_t detectAudioData(void* buffer, size_t sampleCount, uint64_t firstSampleIndex,
+                                      const char* decoderId);
+    android::status_t detectAudioDataFromAudioInput(void* buffer, size_t sampleCount,
+                                                    uint64_t firstSampleIndex);
+    static bool isInputDecoderId(const char* decoderId);
+    // Injector blocks (mono): playback blocks to the playback path, input blocks duplicated into
+    // every input channel.
+    static void injectorCallbackFn(void* user, int16_t* samples, size_t frameCount,
+                                   bool toPlayback);
+    // NO_INIT without an injector, else the injector's status.
+    android::status_t injectWaveFile(const char* path, bool toPlayback);
+    // Restarts capture when it is enabled; 0 (with a warning) when it is not.
+    android::status_t resetAudioInput();
+
+    // ---- Mirror writers (WakeWordServiceStreams.cpp) ----
     // Open mAudioStreamWriter / mOneMicAudioStreamWriter. INVALID_OPERATION without the stream,
     // else the stream's openWriter status.
     android::status_t startAudioStream();
@@ -159,18 +221,35 @@ class WakeWordService : public android::RefBase {
     // ---- Frame accounting (WakeWordServiceFrames.cpp) ----
     // Six INFO lines with the guard words and both frame counters.
     void logFrameCountBoundaries();
+    // The counters, read without a lock. Always 0.
+    android::status_t getInputFrameCount(int64_t& frameCount);
+    android::status_t getPlaybackFrameCount(int64_t& frameCount);
+    // Monotonic time (ms) of the newest captured input frame: the microphone recording's kernel
+    // time, else its server time, else now. Always 0.
+    android::status_t getInputFrameTime(int64_t& timeMs);
+    // When a backfill is pending, runs the last mBackfillDurationMs of mirrored input through the
+    // input path again. Single entry (a concurrent call returns 0 at once).
+    android::status_t backfillAudioIfNeeded();
 
     // ---- Playback path ----
     android::status_t enablePlaybackDetector();
     void playbackDestroy();
+    static void playbackAudioRecordCallbackFn(int event, void* user, void* info);
+    android::status_t processAudioDataFromPlayback(void* buffer, size_t frameCount,
+                                                   uint32_t position);
 
     // ---- Audio event detection ----
     android::status_t setAudioEventDetectionMode(bool enabled);
+    android::status_t detectAudioPresenceData(void* buffer, size_t sampleCount,
+                                              uint64_t firstSampleIndex);
     void destroyAedCustomModel();
     void destroyAedDecoderAndStaticModel(bool destroyDecoder, bool destroyStaticModel);
 
     // ---- Natural turn taking ----
     android::status_t initializeNttDecoder(const char* manifestPath);
+    // Pushes input audio to the separate NTT decoder when it exists; 0 otherwise.
+    android::status_t pushAudioToNttDecoder(void* buffer, size_t sampleCount,
+                                            uint64_t firstSampleIndex);
     void destroyNttModel();
 
     // ---- Members, in declaration order ----
@@ -246,6 +325,12 @@ class WakeWordService : public android::RefBase {
     NorvoFederatedLearning_resultCallback mFederatedLearningResultCallback;
     NorvoFederatedLearning_unsecuredResultCallback mFederatedLearningUnsecuredResultCallback;
     NorvoFederatedLearning_idleDetectionCallback mFederatedLearningIdleDetectionCallback;
+
+  private:
+    // Channel buffers of the one-mic split, made once by initializeAudioRecordAndInjector so the
+    // audio path never allocates: channel 0 then channel 1, mOneMicScratchBytes each.
+    std::unique_ptr<uint8_t[]> mOneMicScratch;
+    size_t mOneMicScratchBytes = 0;
 };
 
 }  // namespace velmar

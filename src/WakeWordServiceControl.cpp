@@ -70,4 +70,79 @@ void WakeWordService::AspEventCallback(void* userData, const char* event, int64_
     if (service->mNttDecoderReady) service->pushClientEventToNorvo(event, value, kNttDecoderId);
 }
 
+status_t WakeWordService::setWWDetectionEnabled(const bool enabled) {
+    ATRACE_NAME(__PRETTY_FUNCTION__);
+    if (mInitStatus != android::NO_ERROR) {
+        ALOGE("setWWDetectionEnabled: WakeWordService not initialized.");
+        return mInitStatus;
+    }
+    // Held throughout, so that one caller's session ends never interleave with another's change.
+    std::lock_guard<std::mutex> guard(mWWDetectionLock);
+    if (enabled == mWWDetectionEnabled) return android::NO_ERROR;
+    ALOGD("setWWDetectionEnabled: WW detection status : %d", enabled);
+    mWWDetectionEnabled = enabled;
+    if (!enabled) {
+        ALOGI("setWWDetectionEnabled: Calling SessionEnd on main & playback Norvo decoders");
+        for (const char* decoderId : {kInputDecoderId, kPlaybackDecoderId}) {
+            status_t status = NorvoDecoder_SessionEnd(decoderId);
+            ALOGI("setWWDetectionEnabled: SessionEnd decoder:%s result:%d", decoderId, status);
+        }
+    }
+    return android::NO_ERROR;
+}
+
+status_t WakeWordService::setWWDetectionEnabledForLpm(bool /*enabled*/, int /*value*/) {
+    ATRACE_NAME(__PRETTY_FUNCTION__);
+    return android::NO_ERROR;
+}
+
+status_t WakeWordService::setNorvoProperty(const char* name, int64_t value) {
+    ATRACE_NAME(__PRETTY_FUNCTION__);
+    if (mInitStatus != android::NO_ERROR) {
+        ALOGE("setNorvoProperty: WakeWordService not initialized.");
+        return mInitStatus;
+    }
+    status_t status = pushClientEventToNorvo(name, value, kInputDecoderId);
+    // A unified model hears the event through the input decoder; a separate NTT decoder needs its
+    // own copy.
+    if (status == NORVO_SUCCESS && mNttDecoderReady) {
+        status = pushClientEventToNorvo(name, value, kNttDecoderId);
+    }
+    return status;
+}
+
+status_t WakeWordService::setNorvoAcousticProperty(const char* name, int64_t value) {
+    ATRACE_NAME(__PRETTY_FUNCTION__);
+    if (mInitStatus != android::NO_ERROR) {
+        ALOGE("setNorvoAcousticProperty: WakeWordService not initialized.");
+        return mInitStatus;
+    }
+    return pushClientEventToNorvo(name, value, kAudioPresenceDecoderId);
+}
+
+status_t WakeWordService::setFingerprintDatabase(const char* database) {
+    ATRACE_NAME(__PRETTY_FUNCTION__);
+    if (mInitStatus != android::NO_ERROR) {
+        ALOGE("setFingerprintDatabase: WakeWordService not initialized.");
+        return mInitStatus;
+    }
+    status_t status = NorvoDecoder_SetFingerprintDatabase(kInputDecoderId, database);
+    if (status != NORVO_SUCCESS) {
+        ALOGE("Error setting fingerpint database");
+        return status;
+    }
+    return android::NO_ERROR;
+}
+
+status_t WakeWordService::getNorvoLibraryAttributes(const char*& attributes) {
+    ATRACE_NAME(__PRETTY_FUNCTION__);
+    attributes = nullptr;
+    if (mInitStatus != android::NO_ERROR) {
+        ALOGE("getNorvoLibraryAttributes: WakeWordService not initialized.");
+        return mInitStatus;
+    }
+    attributes = NorvoApi_GetAttributes();
+    return android::NO_ERROR;
+}
+
 }  // namespace velmar

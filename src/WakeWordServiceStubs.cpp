@@ -1,7 +1,9 @@
 // Service operations whose subsystems have not landed yet. Each succeeds without effect, so that
 // initialize(), destroy() and the model switch already run their full sequence:
-//   initializeAudioRecordAndInjector              - capture sources (input path change)
-//   enablePlaybackDetector, playbackDestroy       - playback detection change
+//   enablePlaybackDetector, playbackDestroy,
+//   playbackAudioRecordCallbackFn,
+//   processAudioDataFromPlayback                  - playback detection change (until then playback
+//                                                   audio is dropped)
 //   setAudioEventDetectionMode, destroyAedCustomModel,
 //   destroyAedDecoderAndStaticModel               - audio event detection change
 //   initializeNttDecoder, destroyNttModel         - natural turn taking change
@@ -10,13 +12,14 @@
 
 namespace velmar {
 
-android::status_t WakeWordService::initializeAudioRecordAndInjector() {
-    return android::NO_ERROR;
-}
 android::status_t WakeWordService::enablePlaybackDetector() {
     return android::NO_ERROR;
 }
 void WakeWordService::playbackDestroy() {}
+void WakeWordService::playbackAudioRecordCallbackFn(int, void*, void*) {}
+android::status_t WakeWordService::processAudioDataFromPlayback(void*, size_t, uint32_t) {
+    return android::NO_ERROR;
+}
 android::status_t WakeWordService::setAudioEventDetectionMode(bool) {
     return android::NO_ERROR;
 }

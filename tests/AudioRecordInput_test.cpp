@@ -80,7 +80,8 @@ TEST_F(AudioRecordInputTest, StartRunsOneNamedThreadThatOpensEveryRecording) {
     EXPECT_EQ(0, input->stop());
     EXPECT_EQ(0, host::activeRecordings(kSource));
     EXPECT_EQ(0, host::activeRecordings(kPlaybackSource));
-    EXPECT_EQ(0, threadsNamed("AudioRecordInpu"));
+    // The OS thread finishes exiting just after the join returns.
+    EXPECT_TRUE(wws_test::waitFor([] { return threadsNamed("AudioRecordInpu") == 0; }));
     EXPECT_EQ(0, input->stop());  // not running: nothing to do
 }
 

@@ -107,6 +107,26 @@ TEST(AudioStream, WrapsAroundAndSkipsWhatALaggingReaderMissed) {
     EXPECT_EQ(200u, position);
 }
 
+TEST(AudioStream, NeverReturnsBytesThatWereNotWritten) {
+    sp<AudioStream> stream = makeStream(64);
+    sp<AudioStreamWriter> writer;
+    ASSERT_EQ(0, stream->openWriter(writer));
+    sp<AudioStreamReader> reader;
+    ASSERT_EQ(0, stream->openReader(reader));
+    // Position 0 - 32 wraps to "32 bytes ago": on an empty stream there is nothing there.
+    ASSERT_EQ(0, reader->setPosition(0u - 32u));
+    EXPECT_EQ(0u, reader->available());
+    uint8_t out[64];
+    EXPECT_EQ(0, reader->read(out, sizeof(out)));
+    // Ten bytes written: asking for 32 bytes back yields just those ten.
+    std::vector<uint8_t> data = pattern(10, 0);
+    ASSERT_EQ(10, writer->write(data.data(), data.size()));
+    ASSERT_EQ(0, reader->setPosition(10u - 32u));
+    EXPECT_EQ(10u, reader->available());
+    EXPECT_EQ(10, reader->read(out, sizeof(out)));
+    EXPECT_TRUE(std::equal(data.begin(), data.end(), out));
+}
+
 TEST(AudioStream, PositionsWrapAtThirtyTwoBits) {
     sp<AudioStream> stream = makeStream(64);
     sp<AudioStreamWriter> writer;

@@ -5,6 +5,7 @@
 #include <cerrno>
 #include <climits>
 #include <cstdio>
+#include <cstring>
 
 namespace norvo_fake {
 
@@ -159,6 +160,7 @@ NorvoStatus FakeEngine::decoderCall(const std::string& op, std::vector<std::stri
 }
 
 NorvoStatus FakeEngine::pushAudio(const char* id, const NorvoAudioEvent* event) {
+    if (mIgnorePushes.load(std::memory_order_relaxed)) return NORVO_SUCCESS;
     NorvoStatus status = NORVO_SUCCESS;
     std::lock_guard<std::mutex> guard(mLock);
     if (mRecordPushes) {
@@ -170,7 +172,30 @@ NorvoStatus FakeEngine::pushAudio(const char* id, const NorvoAudioEvent* event) 
         if (recordCall_l("NorvoDecoder_PushAudioEvent", std::move(args), &status)) return status;
     }
     if (id == nullptr || mDecoders.count(id) == 0) return kNotFound;
+    if (mRecordPushes && event != nullptr && event->metadata != nullptr) {
+        // The engine learns the event's size from its metadata, as a real one does.
+        unsigned int count = 0;
+        const char* field = strstr(event->metadata, "\"sample_count\":");
+        if (field != nullptr) sscanf(field, "\"sample_count\":%u", &count);
+        const int16_t* samples = static_cast<const int16_t*>(event->samples);
+        if (samples != nullptr) {
+            mPushedSamples[id].insert(mPushedSamples[id].end(), samples, samples + count);
+        }
+        mPushedMetadata[id].push_back(event->metadata);
+    }
     return NORVO_SUCCESS;
+}
+
+std::vector<int16_t> FakeEngine::pushedSamples(const std::string& id) {
+    std::lock_guard<std::mutex> guard(mLock);
+    auto found = mPushedSamples.find(id);
+    return found == mPushedSamples.end() ? std::vector<int16_t>() : found->second;
+}
+
+std::vector<std::string> FakeEngine::pushedMetadata(const std::string& id) {
+    std::lock_guard<std::mutex> guard(mLock);
+    auto found = mPushedMetadata.find(id);
+    return found == mPushedMetadata.end() ? std::vector<std::string>() : found->second;
 }
 
 const char* FakeEngine::libraryAttributes() {
@@ -195,6 +220,9 @@ void FakeEngine::reset() {
         mCallbacks = Callbacks{};
         mRecordPushes = true;
         mBeforeDelete = nullptr;
+        mPushedSamples.clear();
+        mPushedMetadata.clear();
+        mIgnorePushes.store(false);
         if (!mLibraryAttributes.empty()) {
             // Keep earlier texts alive (callers may still hold them), but serve the default again.
             mLibraryAttributes.push_back(std::make_unique<std::string>(kDefaultLibraryAttributes));
@@ -349,6 +377,13 @@ int decoderThreadNice(const std::string& decoderId) {
     return found ? nice : INT32_MIN;
 }
 
+void setAudioPushesIgnored(bool ignored) { FakeEngine::instance().setAudioPushesIgnored(ignored); }
+std::vector<int16_t> pushedSamples(const std::string& decoderId) {
+    return FakeEngine::instance().pushedSamples(decoderId);
+}
+std::vector<std::string> pushedMetadata(const std::string& decoderId) {
+    return FakeEngine::instance().pushedMetadata(decoderId);
+}
 void setBeforeDecoderDelete(std::function<void(const std::string&)> hook) {
     FakeEngine::instance().setBeforeDecoderDelete(std::move(hook));
 }

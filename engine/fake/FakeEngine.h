@@ -4,6 +4,7 @@
 
 #include <norvo_fake/FakeNorvo.h>
 
+#include <atomic>
 #include <map>
 #include <memory>
 #include <mutex>
@@ -55,6 +56,9 @@ class FakeEngine {
     void setModelSetAttributes(const std::string& id, const std::string& json);
     void setLibraryAttributes(const std::string& text);
     void setRecordAudioPushes(bool record);
+    void setAudioPushesIgnored(bool ignored) { mIgnorePushes.store(ignored); }
+    std::vector<int16_t> pushedSamples(const std::string& id);
+    std::vector<std::string> pushedMetadata(const std::string& id);
     bool modelSet(const std::string& id, ModelSetInfo* out);
     bool decoder(const std::string& id, DecoderInfo* out);
     std::vector<std::string> decoderIds();
@@ -79,6 +83,9 @@ class FakeEngine {
     Callbacks mCallbacks{};                                                // guarded by mLock
     bool mRecordPushes = true;                                             // guarded by mLock
     std::function<void(const std::string&)> mBeforeDelete;                 // guarded by mLock
+    std::map<std::string, std::vector<int16_t>> mPushedSamples;       // guarded by mLock
+    std::map<std::string, std::vector<std::string>> mPushedMetadata;  // guarded by mLock
+    std::atomic<bool> mIgnorePushes{false};
     // Library attributes: every text ever handed out stays allocated, since callers keep the
     // pointer for the life of the process.
     std::vector<std::unique_ptr<std::string>> mLibraryAttributes;  // guarded by mLock

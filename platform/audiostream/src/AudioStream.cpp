@@ -107,7 +107,12 @@ void AudioStream::load(uint32_t position, uint8_t* data, size_t bytes) const {
     }
 }
 
-void AudioStream::publish(uint32_t end) {
+void AudioStream::publish(uint32_t end, size_t bytes) {
+    uint32_t held = mHeld.load(std::memory_order_relaxed);
+    if (held < mMask + 1u) {
+        mHeld.store(static_cast<uint32_t>(std::min<uint64_t>(uint64_t{held} + bytes, mMask + 1u)),
+                    std::memory_order_relaxed);
+    }
     mWritePos.store(end, std::memory_order_seq_cst);
     // Only a reader that announced itself can be asleep; the seq_cst pair (this load, the
     // reader's increment before it re-checks the position) rules out a missed wake-up.
@@ -143,7 +148,7 @@ ssize_t AudioStreamWriter::write(const void* data, size_t bytes) {
     size_t skipped = bytes > stream.capacity() ? bytes - stream.capacity() : 0;
     stream.store(start + static_cast<uint32_t>(skipped),
                  static_cast<const uint8_t*>(data) + skipped, bytes - skipped);
-    stream.publish(end);
+    stream.publish(end, bytes);
     return static_cast<ssize_t>(bytes);
 }
 
@@ -166,9 +171,10 @@ AudioStreamReader::AudioStreamReader(const sp<AudioStream>& stream, uint32_t pos
     : mStream(stream), mPosition(position) {}
 
 size_t AudioStreamReader::available() const {
-    int64_t ahead = distance(mPosition.load(), mStream->writePosition());
+    uint32_t written = mStream->writePosition();
+    int64_t ahead = distance(mPosition.load(), written);
     if (ahead <= 0) return 0;
-    return static_cast<size_t>(std::min<int64_t>(ahead, mStream->capacity()));
+    return static_cast<size_t>(std::min<int64_t>(ahead, mStream->mHeld.load()));
 }
 
 ssize_t AudioStreamReader::read(void* buffer, size_t bytes, int timeoutMs) {
@@ -182,11 +188,18 @@ ssize_t AudioStreamReader::read(void* buffer, size_t bytes, int timeoutMs) {
         uint32_t start = mPosition.load(std::memory_order_relaxed);
         uint32_t written = stream.mWritePos.load(std::memory_order_acquire);
         int64_t ahead = distance(start, written);
+        // mHeld is published before mWritePos (acquired above), so it covers `written`.
+        const int64_t held = stream.mHeld.load(std::memory_order_relaxed);
         if (ahead > 0) {
-            if (ahead > capacity) {
-                mLostBytes.fetch_add(static_cast<uint64_t>(ahead - capacity));
-                start = written - static_cast<uint32_t>(capacity);
-                ahead = capacity;
+            if (ahead > held) {
+                mLostBytes.fetch_add(static_cast<uint64_t>(ahead - held));
+                start = written - static_cast<uint32_t>(held);
+                ahead = held;
+                if (ahead == 0) {
+                    // Nothing was ever written: wait (or return) as on an empty stream.
+                    mPosition.store(start, std::memory_order_relaxed);
+                    continue;
+                }
             }
             size_t count = std::min(bytes, static_cast<size_t>(ahead));
             stream.load(start, static_cast<uint8_t*>(buffer), count);

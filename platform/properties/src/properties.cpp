@@ -1,14 +1,38 @@
 // libcutils' property functions for the host, over libbase's in-process property store (the host
 // libcutils does not provide them). Tests set values with android::base::SetProperty.
+//
+// Like a device's property files, a file named by the environment variable HOST_SYSTEM_PROPERTIES
+// ("key=value" lines, '#' comments) is loaded when this library loads, before any library that
+// depends on it reads a property in its own static initialisation.
 #include <cutils/properties.h>
 
 #include <android-base/properties.h>
 
 #include <cerrno>
+#include <fstream>
 #include <cinttypes>
 #include <cstdlib>
 #include <cstring>
 #include <string>
+
+namespace {
+
+struct LoadPropertyFile {
+    LoadPropertyFile() {
+        const char* path = getenv("HOST_SYSTEM_PROPERTIES");
+        if (path == nullptr || *path == '\0') return;
+        std::ifstream file(path);
+        std::string line;
+        while (std::getline(file, line)) {
+            if (line.empty() || line[0] == '#') continue;
+            size_t equals = line.find('=');
+            if (equals == std::string::npos || equals == 0) continue;
+            android::base::SetProperty(line.substr(0, equals), line.substr(equals + 1));
+        }
+    }
+} gLoadPropertyFile;
+
+}  // namespace
 
 extern "C" {
 

@@ -64,8 +64,16 @@ void clearStatuses();
 void setModelSetAttributes(const std::string& modelSetId, const std::string& json);
 void setLibraryAttributes(const std::string& text);
 
-// When false, NorvoDecoder_PushAudioEvent is not recorded as a Call (for benchmarks).
+// When false, NorvoDecoder_PushAudioEvent is not recorded (neither as a Call nor its samples).
 void setRecordAudioPushes(bool record);
+// When true, NorvoDecoder_PushAudioEvent returns 0 at once and does nothing else: no lock, no
+// allocation, no record (for measuring the caller's own cost).
+void setAudioPushesIgnored(bool ignored);
+
+// Every sample pushed to a decoder id so far (sample_count samples of each "samples" event), and
+// the metadata text of each push, in order. Kept across the decoder's deletion until reset().
+std::vector<int16_t> pushedSamples(const std::string& decoderId);
+std::vector<std::string> pushedMetadata(const std::string& decoderId);
 
 struct ModelSetInfo {
     std::string manifestPath;

@@ -60,7 +60,7 @@ class AudioStream : public virtual android::RefBase {
 
     void store(uint32_t position, const uint8_t* data, size_t bytes);
     void load(uint32_t position, uint8_t* data, size_t bytes) const;
-    void publish(uint32_t end);
+    void publish(uint32_t end, size_t bytes);
     void wakeReaders();
     void closeWriter();
 
@@ -69,6 +69,9 @@ class AudioStream : public virtual android::RefBase {
     std::unique_ptr<uint64_t[]> mWords;    // ring storage, accessed only through relaxed atomics
     std::atomic<uint32_t> mWritePos{0};    // published end of the written data
     std::atomic<uint32_t> mReservePos{0};  // end of the write in progress (>= mWritePos)
+    // Bytes the stream holds: min(capacity, all bytes ever written). Readers never get bytes
+    // from before the first write, whatever position they ask for.
+    std::atomic<uint32_t> mHeld{0};
     std::atomic<bool> mWriterOpen{false};
     std::atomic<uint32_t> mWakeSequence{0};  // futex word for blocked readers
     std::atomic<int> mWaiters{0};
@@ -103,12 +106,14 @@ class AudioStreamReader : public virtual android::RefBase {
     // 0 when none was available, INVALID_OPERATION after close(), BAD_VALUE for a null buffer.
     ssize_t read(void* buffer, size_t bytes, int timeoutMs = 0);
     android::status_t getPosition(uint32_t* position) const;
-    // Moves the read position; a position older than the stream holds resumes at the oldest held
-    // byte on the next read, a position ahead of the writer waits for the writer to reach it.
+    // Moves the read position; a position older than the stream holds (or from before the first
+    // write) resumes at the oldest held byte on the next read, a position ahead of the writer
+    // waits for the writer to reach it.
     android::status_t setPosition(uint32_t position);
     // Bytes available to read now.
     size_t available() const;
-    // Bytes skipped because the writer overtook this reader.
+    // Bytes skipped because the stream no longer (or never) held them: the writer overtook this
+    // reader, or the reader was positioned before the first byte written.
     uint64_t lostBytes() const { return mLostBytes.load(std::memory_order_relaxed); }
     // Makes a read waiting on another thread return, and every later read return without waiting.
     void unblock();

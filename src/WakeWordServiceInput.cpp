@@ -1,0 +1,299 @@
+// The input audio path: capture set-up, and for every buffer from the microphone or the injector,
+// mirroring into the audio streams, pushing to the enabled decoders with running sample indices,
+// and counting frames.
+//
+// Real-time rules for everything reached from audioRecordCallbackFn: no heap allocation, no lock,
+// no blocking; logging only on failure.
+#define LOG_TAG "WakeWordService"
+#define ATRACE_TAG ATRACE_TAG_AUDIO
+
+#include <cutils/properties.h>
+#include <log/log.h>
+#include <media/AudioRecord.h>
+#include <utils/Trace.h>
+
+#include <cstdio>
+#include <cstring>
+#include <memory>
+#include <new>
+
+#include "AudioRecordAdapter.h"
+#include "NorvoIds.h"
+#include "WakeWordService.h"
+
+namespace velmar {
+
+using android::sp;
+using android::status_t;
+
+// Read once when the library is loaded: a device in test mode feeds silence from the microphone.
+bool gTestMode = property_get_bool("persist.wakeword.testmode", false);
+
+namespace {
+
+constexpr audio_source_t kPlaybackSource = 2999;  // the device's own playback, as a capture source
+constexpr uint32_t kSampleRate = 16000;
+constexpr int kCheckIntervalNs = 1000000000;
+constexpr unsigned int kInjectorSamplesPerPush = 128;
+constexpr size_t kMetadataSize = 1024;
+
+}  // namespace
+
+status_t WakeWordService::initializeAudioRecordAndInjector() {
+    ATRACE_NAME(__PRETTY_FUNCTION__);
+    const audio_channel_mask_t mask =
+            mThreeChannelInput ? 0x80000007u : audio_channel_in_mask_from_count(gChannelCount);
+    size_t frameCount = static_cast<size_t>(mAudioRecordFrameCount);
+    if (mAudioRecordFrameCount == -1) {
+        status_t status = android::AudioRecord::getMinFrameCount(&frameCount, kSampleRate,
+                                                                 AUDIO_FORMAT_PCM_16_BIT, mask);
+        if (status != android::NO_ERROR) return status;
+    }
+
+    sp<IAudioRecordAdapter> microphone =
+            new AudioRecordAdapter(mPackageName, AUDIO_SOURCE_HOTWORD, kSampleRate,
+                                   AUDIO_FORMAT_PCM_16_BIT, mask, frameCount, audioRecordCallbackFn,
+                                   this);
+    mAudioInput = new AudioRecordInput(microphone, kCheckIntervalNs);
+    if (mPlaybackViaAudioRecord) {
+        ALOGI("Initialize playback for wakeword service using AudioRecord");
+        mAudioInput->addAudioRecord(new AudioRecordAdapter(
+                mPackageName, kPlaybackSource, kSampleRate, AUDIO_FORMAT_PCM_16_BIT,
+                AUDIO_CHANNEL_IN_MONO, frameCount, playbackAudioRecordCallbackFn, this));
+    } else {
+        ALOGI("Will NOT initialize AudioRecord playback for wakeword service");
+    }
+    mInjector = new WakeWordInjector(kInjectorSamplesPerPush, injectorCallbackFn, this);
+
+    // The one-mic split needs two channel buffers as large as the largest accepted buffer; they are
+    // made once here so that the audio path never allocates.
+    if (gChannelCount == 2 && mOneMicEnabled) {
+        mOneMicScratchBytes = static_cast<size_t>(kMaxFramesPerBuffer) * mBytesPerSample;
+        mOneMicScratch.reset(new (std::nothrow) uint8_t[2 * mOneMicScratchBytes]);
+        if (mOneMicScratch == nullptr) return android::NO_MEMORY;
+    }
+    return android::NO_ERROR;
+}
+
+void WakeWordService::audioRecordCallbackFn(int event, void* user, void* info) {
+    audioRecordCallbackHandler(event, user, info, processAudioFromInput, "input");
+}
+
+void WakeWordService::audioRecordCallbackHandler(int event, void* user, void* info,
+                                                 ProcessAudio process, const char* sourceName) {
+    WakeWordService* service = static_cast<WakeWordService*>(user);
+    switch (event) {
+        case android::AudioRecord::EVENT_OVERRUN:
+            ALOGW("[%s] AudioRecord reported overrun!", sourceName);
+            break;
+        case android::AudioRecord::EVENT_MORE_DATA: {
+            auto* buffer = static_cast<android::AudioRecord::Buffer*>(info);
+            const size_t frameCount = buffer->frameCount;
+            if (frameCount >= 1 && frameCount <= kMaxFramesPerBuffer) {
+                status_t status = process(service, buffer->raw, frameCount);
+                if (status != android::NO_ERROR) {
+                    ALOGE("Error processing audio from %s: %d", sourceName, status);
+                }
+            } else {
+                ALOGE("EVENT_MORE_DATA: audioBuffer->frameCount from %s is out of range. "
+                      "frameCount=%zu, minAllowed=%zu, maxAllowed=%zu, mInputFrameCount=%llu, "
+                      "mPlaybackFrameCount=%llu",
+                      sourceName, frameCount, static_cast<size_t>(1),
+                      static_cast<size_t>(kMaxFramesPerBuffer),
+                      static_cast<unsigned long long>(service->mInputFrameCount),
+                      static_cast<unsigned long long>(service->mPlaybackFrameCount));
+                service->logFrameCountBoundaries();
+            }
+            break;
+        }
+        default:
+            break;
+    }
+}
+
+status_t WakeWordService::processAudioFromInput(WakeWordService* service, void* buffer,
+                                                size_t frameCount) {
+    ATRACE_NAME(__PRETTY_FUNCTION__);
+    // While a file is injected, the file is the input: live audio would interleave with it.
+    if (service->mInjector == nullptr || service->mInjector->isInjecting()) {
+        return android::NO_ERROR;
+    }
+    if (gTestMode) memset(buffer, 0, service->mBytesPerSample * frameCount);
+    return service->processAudioDataFromInput(buffer, frameCount);
+}
+
+status_t WakeWordService::processAudioDataFromInput(void* buffer, size_t frameCount) {
+    ATRACE_NAME(__PRETTY_FUNCTION__);
+    if (!mInputModelReady) {
+        ALOGE("Error: mInputModelReady not ready");
+        return android::NO_ERROR;
+    }
+    if (gChannelCount == 2 && mOneMicEnabled) {
+        return processInterleavedAudioDataFromInput(buffer, frameCount);
+    }
+    sp<AudioStreamWriter> writer = mAudioStreamWriter;
+    if (writer == nullptr) {
+        ALOGE("Error: cannot find AudioStreamWriter");
+        return android::BAD_VALUE;
+    }
+    writer->write(buffer, gChannelCount * frameCount * mBytesPerSample);
+    status_t result = android::NO_ERROR;
+    if (passAudioForDetection(buffer, gChannelCount * frameCount) != android::NO_ERROR) {
+        ALOGE("Unable to pass audio data into norvo");
+        result = android::BAD_VALUE;
+    }
+    mInputFrameCount += frameCount;
+    return result;
+}
+
+status_t WakeWordService::processInterleavedAudioDataFromInput(void* buffer, size_t frameCount) {
+    ATRACE_NAME(__PRETTY_FUNCTION__);
+    if (!mOneMicEnabled) {
+        ALOGE("Error: OneMic is disabled.");
+        return android::BAD_VALUE;
+    }
+    if (!mInputModelReady) {
+        ALOGE("Error: mInputModelReady not ready");
+        return android::NO_ERROR;
+    }
+    sp<AudioStreamWriter> writer = mAudioStreamWriter;
+    if (writer == nullptr) {
+        ALOGE("Error: cannot find AudioStreamWriter");
+        return android::BAD_VALUE;
+    }
+    const size_t channelBytes = mBytesPerSample * frameCount;
+    if (mOneMicScratch == nullptr || channelBytes > mOneMicScratchBytes) {
+        ALOGE("Error: OneMic buffers are not set up for %zu frames", frameCount);
+        return android::NO_MEMORY;
+    }
+    uint8_t* channel0 = mOneMicScratch.get();
+    uint8_t* channel1 = channel0 + mOneMicScratchBytes;
+    // One 16-bit stereo frame (four bytes) per step: left to channel 0, right to channel 1.
+    const uint8_t* in = static_cast<const uint8_t*>(buffer);
+    const size_t total = (channelBytes * gChannelCount) & ~static_cast<size_t>(3);
+    for (size_t i = 0, out = 0; i < total; i += 4, out += 2) {
+        memcpy(channel0 + out, in + i, 2);
+        memcpy(channel1 + out, in + i + 2, 2);
+    }
+    sp<AudioStreamWriter> oneMicWriter = mOneMicAudioStreamWriter;
+    if (oneMicWriter == nullptr) {
+        ALOGE("OneMicAudioStreamWriter is NULL.");
+    } else {
+        oneMicWriter->write(channel1, channelBytes);
+    }
+    writer->write(channel0, channelBytes);
+    status_t result = android::NO_ERROR;
+    if (passAudioForDetection(channel0, frameCount) != android::NO_ERROR) {
+        ALOGE("Unable to pass audio data into norvo");
+        result = android::BAD_VALUE;
+    }
+    mInputFrameCount += frameCount;
+    return result;
+}
+
+status_t WakeWordService::passAudioForDetection(void* buffer, size_t sampleCount) {
+    ATRACE_NAME(__PRETTY_FUNCTION__);
+    const uint64_t index = mInputFrameCount;
+    status_t status = android::NO_ERROR;
+    if (mWWDetectionEnabled) status = detectAudioDataFromAudioInput(buffer, sampleCount, index);
+    if (mAedEnabled) {
+        status_t aed = detectAudioPresenceData(buffer, sampleCount, index);
+        if (aed != android::NO_ERROR) {
+            ALOGE("Failed to detect AED data.");
+            return aed;
+        }
+        status = android::NO_ERROR;
+    }
+    if (mNttDetectionEnabled) status = pushAudioToNttDecoder(buffer, sampleCount, index);
+    // The last enabled step decides: an input-decoder failure is reported only when AED and NTT
+    // are both off.
+    return status;
+}
+
+status_t WakeWordService::detectAudioData(void* buffer, size_t sampleCount,
+                                          uint64_t firstSampleIndex, const char* decoderId) {
+    ATRACE_NAME(__PRETTY_FUNCTION__);
+    char metadata[kMetadataSize];
+    snprintf(metadata, sizeof(metadata), "{ \"sample_count\":%u, \"first_sample_index\":%llu }",
+             static_cast<unsigned int>(sampleCount),
+             static_cast<unsigned long long>(firstSampleIndex));
+    NorvoAudioEvent event{"samples", metadata, buffer, 0};
+    status_t status = NorvoDecoder_PushAudioEvent(decoderId, &event);
+    if (status != NORVO_SUCCESS) {
+        ALOGE("processWaveData: Error pushing waveData.");
+        ALOGI("FRAME_COUNT_BOUNDARIES: frameStartPosition=%llu",
+              static_cast<unsigned long long>(firstSampleIndex));
+        logFrameCountBoundaries();
+        // A fatal engine error leaves no decoder to recover: end the process so the device
+        // restarts the service cleanly.
+        LOG_ALWAYS_FATAL_IF(status == NORVO_ERROR_FATAL, "Fatal error from Norvo");
+    }
+    return status;
+}
+
+status_t WakeWordService::detectAudioDataFromAudioInput(void* buffer, size_t sampleCount,
+                                                        uint64_t firstSampleIndex) {
+    return detectAudioData(buffer, sampleCount, firstSampleIndex, kInputDecoderId);
+}
+
+status_t WakeWordService::detectAudioPresenceData(void* buffer, size_t sampleCount,
+                                                  uint64_t firstSampleIndex) {
+    return detectAudioData(buffer, sampleCount, firstSampleIndex, kAudioPresenceDecoderId);
+}
+
+status_t WakeWordService::pushAudioToNttDecoder(void* buffer, size_t sampleCount,
+                                                uint64_t firstSampleIndex) {
+    // With a unified model the input decoder already hears this audio.
+    if (!mNttDecoderReady) return android::NO_ERROR;
+    return detectAudioData(buffer, sampleCount, firstSampleIndex, kNttDecoderId);
+}
+
+bool WakeWordService::isInputDecoderId(const char* decoderId) {
+    return decoderId != nullptr && strcmp(decoderId, kInputDecoderId) == 0;
+}
+
+void WakeWordService::injectorCallbackFn(void* user, int16_t* samples, size_t frameCount,
+                                         bool toPlayback) {
+    WakeWordService* service = static_cast<WakeWordService*>(user);
+    if (toPlayback) {
+        service->processAudioDataFromPlayback(samples, frameCount, 0);
+        return;
+    }
+    if (gChannelCount == 1) {
+        service->processAudioDataFromInput(samples, frameCount);
+        return;
+    }
+    // Injected files are mono: every channel of the input gets the same sample. This path is not
+    // real-time (it runs on the injector's own thread), so a buffer per block is acceptable.
+    std::unique_ptr<int16_t[]> frames(new (std::nothrow) int16_t[gChannelCount * frameCount]());
+    if (frames == nullptr) {
+        ALOGE("injectorCallbackFn: no memory for %zu frames; block dropped", frameCount);
+        return;
+    }
+    for (size_t f = 0; f < frameCount; ++f) {
+        for (uint32_t c = 0; c < gChannelCount; ++c) frames[f * gChannelCount + c] = samples[f];
+    }
+    service->processAudioDataFromInput(frames.get(), frameCount);
+}
+
+status_t WakeWordService::injectWaveFile(const char* path, bool toPlayback) {
+    ATRACE_NAME(__PRETTY_FUNCTION__);
+    if (mInjector == nullptr) {
+        ALOGE("injectWaveFile: Injector in WakeWordService not initialized.");
+        return android::NO_INIT;
+    }
+    return mInjector->doInjectWaveFileInRealTime(path, toPlayback);
+}
+
+status_t WakeWordService::resetAudioInput() {
+    ATRACE_NAME(__PRETTY_FUNCTION__);
+    if (!mDetectorEnabled) {
+        ALOGW("resetAudioInput: audio input is not enabled. Skipping reset");
+        return android::NO_ERROR;
+    }
+    status_t status = setDetectorEnabled(false);
+    if (status == android::NO_ERROR) status = setDetectorEnabled(true);
+    return status;
+}
+
+}  // namespace velmar

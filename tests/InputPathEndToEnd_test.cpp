@@ -1,0 +1,101 @@
+// End to end on the native side: a WAV file injected into the service, and live microphone audio
+// from the host audio system, reach the input decoder sample for sample with running indices, and
+// the mirror stream holds the same bytes.
+#include <gtest/gtest.h>
+#include <media/HostAudio.h>
+#include <norvo_fake/FakeNorvo.h>
+
+#include "AudioFeed.h"
+#include "LogCapture.h"
+#include "ServiceFactory.h"
+#include "Wait.h"
+#include "WavFile.h"
+
+using android::sp;
+using velmar::WakeWordService;
+using wws_test::ServiceConfig;
+namespace host = android::host;
+
+namespace {
+
+constexpr const char* kInput = "WakeWordService_input_decoder";
+
+// Every push's first_sample_index equals the samples pushed before it.
+void expectContinuousIndices(const std::vector<std::string>& metadata) {
+    unsigned long long expected = 0;
+    for (const std::string& event : metadata) {
+        unsigned count = 0;
+        unsigned long long first = 0;
+        ASSERT_EQ(2, sscanf(event.c_str(), "{ \"sample_count\":%u, \"first_sample_index\":%llu }",
+                            &count, &first))
+                << event;
+        EXPECT_EQ(expected, first) << event;
+        expected += count;
+    }
+}
+
+}  // namespace
+
+TEST(InputPathEndToEnd, InjectedFileReachesTheDecoderAndTheMirror) {
+    norvo_fake::reset();
+    ServiceConfig config;
+    sp<WakeWordService> service = wws_test::createService(config);
+    ASSERT_EQ(0, service->mInitStatus);
+    auto mirror = wws_test::readerAtEnd(config.audioStream);
+    std::vector<int16_t> file = wws_test::rampSamples(16050, -8000);
+    std::string path = wws_test::writeWav("utterance.wav", file, 16000);
+
+    ASSERT_EQ(0, service->injectWaveFile(path.c_str(), false));
+    ASSERT_TRUE(wws_test::waitFor([&] { return !service->mInjector->isInjecting(); },
+                                  std::chrono::seconds(20)));
+
+    EXPECT_EQ(file, norvo_fake::pushedSamples(kInput));
+    EXPECT_EQ(file, wws_test::drain(mirror));
+    EXPECT_EQ(16050u, service->mInputFrameCount);
+    std::vector<std::string> metadata = norvo_fake::pushedMetadata(kInput);
+    EXPECT_EQ(126u, metadata.size());
+    EXPECT_EQ(wws_test::sampleEvent(50, 16000), metadata.back());
+    expectContinuousIndices(metadata);
+}
+
+TEST(InputPathEndToEnd, MicrophoneAudioFlowsOnceDetectionIsOn) {
+    norvo_fake::reset();
+    host::reset();
+    sp<host::PushedPcm> microphone = new host::PushedPcm();
+    host::attachSource(AUDIO_SOURCE_HOTWORD, microphone);
+    ServiceConfig config;
+    config.audioRecordFrameCount = -1;  // ask the platform
+    host::setMinFrameCount(160);
+    sp<WakeWordService> service = wws_test::createService(config);
+    ASSERT_EQ(0, service->mInitStatus);
+    auto mirror = wws_test::readerAtEnd(config.audioStream);
+
+    std::vector<int16_t> speech = wws_test::rampSamples(1600, 100);
+    microphone->push(speech);
+    ASSERT_EQ(0, service->setDetectorEnabled(true));
+    ASSERT_TRUE(wws_test::waitFor([&] { return service->mInputFrameCount == 1600; }));
+    ASSERT_EQ(0, service->setDetectorEnabled(false));
+
+    EXPECT_EQ(speech, norvo_fake::pushedSamples(kInput));
+    EXPECT_EQ(speech, wws_test::drain(mirror));
+    std::vector<std::string> metadata = norvo_fake::pushedMetadata(kInput);
+    EXPECT_EQ(10u, metadata.size());  // the platform's 160-frame buffers
+    expectContinuousIndices(metadata);
+    host::reset();
+}
+
+TEST(InputPathEndToEnd, FrameCountFailureAbortsInitialisation) {
+    norvo_fake::reset();
+    host::reset();
+    host::setMinFrameCount(0, android::NO_INIT);
+    ServiceConfig config;
+    config.audioRecordFrameCount = -1;
+    wws_test::LogCapture log;
+    sp<WakeWordService> service = wws_test::createService(config);
+    EXPECT_EQ(android::NO_INIT, service->mInitStatus);
+    EXPECT_TRUE(log.contains(ANDROID_LOG_ERROR, "WakeWordService",
+                             "Error initializing AudioRecord. (-19)"));
+    EXPECT_EQ(nullptr, service->mAudioInput);
+    EXPECT_TRUE(norvo_fake::callsOf("NorvoModelSet_New").empty());
+    host::reset();
+}

@@ -1,0 +1,309 @@
+// The input audio path: what each decoder and each mirror stream receives for mono, one-mic and
+// three-channel input, the frame bound, the drop rules, test mode, the fan-out order and the fatal
+// engine status.
+#include <gtest/gtest.h>
+#include <norvo_fake/FakeNorvo.h>
+
+#include <numeric>
+
+#include "AudioFeed.h"
+#include "LogCapture.h"
+#include "ServiceFactory.h"
+#include "WavFile.h"
+
+using android::sp;
+using velmar::WakeWordService;
+using wws_test::LogCapture;
+using wws_test::sampleEvent;
+using wws_test::ServiceConfig;
+
+namespace {
+
+constexpr const char* kTag = "WakeWordService";
+constexpr const char* kInput = "WakeWordService_input_decoder";
+
+std::vector<int16_t> interleaved(size_t frames, uint32_t channels, int16_t first = 1) {
+    // Channel c of frame f holds first + f * 10 + c: every sample tells where it came from.
+    std::vector<int16_t> samples(frames * channels);
+    for (size_t f = 0; f < frames; ++f) {
+        for (uint32_t c = 0; c < channels; ++c) {
+            samples[f * channels + c] = static_cast<int16_t>(first + f * 10 + c);
+        }
+    }
+    return samples;
+}
+
+std::vector<int16_t> channel(const std::vector<int16_t>& samples, uint32_t channels, uint32_t c) {
+    std::vector<int16_t> one;
+    for (size_t i = c; i < samples.size(); i += channels) one.push_back(samples[i]);
+    return one;
+}
+
+class WakeWordServiceInput : public testing::Test {
+  protected:
+    void SetUp() override { norvo_fake::reset(); }
+    void TearDown() override { velmar::gTestMode = false; }
+    sp<WakeWordService> start() {
+        sp<WakeWordService> service = wws_test::createService(config);
+        EXPECT_EQ(0, service->mInitStatus);
+        EXPECT_TRUE(service->mInputModelReady);
+        return service;
+    }
+    LogCapture log;
+    ServiceConfig config;
+};
+
+}  // namespace
+
+TEST_F(WakeWordServiceInput, MonoBuffersAreMirroredPushedAndCounted) {
+    sp<WakeWordService> service = start();
+    auto mirror = wws_test::readerAtEnd(config.audioStream);
+    std::vector<int16_t> first = interleaved(320, 1);
+    std::vector<int16_t> second = interleaved(320, 1, 5000);
+    wws_test::deliverInput(*service, first, 320);
+    wws_test::deliverInput(*service, second, 320);
+
+    EXPECT_EQ(640u, service->mInputFrameCount);
+    EXPECT_EQ((std::vector<std::string>{sampleEvent(320, 0), sampleEvent(320, 320)}),
+              norvo_fake::pushedMetadata(kInput));
+    std::vector<int16_t> both = first;
+    both.insert(both.end(), second.begin(), second.end());
+    EXPECT_EQ(both, norvo_fake::pushedSamples(kInput));
+    EXPECT_EQ(both, wws_test::drain(mirror));
+    auto pushes = norvo_fake::callsOf("NorvoDecoder_PushAudioEvent");
+    ASSERT_EQ(2u, pushes.size());
+    EXPECT_EQ("samples", pushes[0].args[1]);
+    EXPECT_TRUE(log.messages(ANDROID_LOG_ERROR, kTag).empty());
+}
+
+TEST_F(WakeWordServiceInput, OneMicSplitsChannelOneToItsOwnStream) {
+    config.oneMicEnabled = true;
+    config.oneMicAudioStream = wws_test::makeStream();
+    sp<WakeWordService> service = start();
+    ASSERT_EQ(2u, velmar::gChannelCount);
+    auto main = wws_test::readerAtEnd(config.audioStream);
+    auto oneMic = wws_test::readerAtEnd(config.oneMicAudioStream);
+    std::vector<int16_t> stereo = interleaved(160, 2);
+    wws_test::deliverInput(*service, stereo, 160);
+
+    EXPECT_EQ(channel(stereo, 2, 1), wws_test::drain(oneMic));
+    EXPECT_EQ(channel(stereo, 2, 0), wws_test::drain(main));
+    EXPECT_EQ(channel(stereo, 2, 0), norvo_fake::pushedSamples(kInput));
+    EXPECT_EQ((std::vector<std::string>{sampleEvent(160, 0)}), norvo_fake::pushedMetadata(kInput));
+    EXPECT_EQ(160u, service->mInputFrameCount);
+
+    // Without its writer the one-mic channel is lost, but the rest goes on.
+    ASSERT_EQ(0, service->stopOneMicAudioStream());
+    wws_test::deliverInput(*service, stereo, 160);
+    EXPECT_TRUE(log.contains(ANDROID_LOG_ERROR, kTag, "OneMicAudioStreamWriter is NULL."));
+    EXPECT_EQ(channel(stereo, 2, 0), wws_test::drain(main));
+    EXPECT_EQ(320u, service->mInputFrameCount);
+    EXPECT_EQ(sampleEvent(160, 160), norvo_fake::pushedMetadata(kInput).back());
+}
+
+TEST_F(WakeWordServiceInput, ThreeChannelBuffersGoWholeToStreamAndDecoder) {
+    config.threeChannelInput = true;
+    config.oneMicEnabled = true;  // three channels win: no split
+    config.oneMicAudioStream = wws_test::makeStream();
+    sp<WakeWordService> service = start();
+    ASSERT_EQ(3u, velmar::gChannelCount);
+    auto main = wws_test::readerAtEnd(config.audioStream);
+    auto oneMic = wws_test::readerAtEnd(config.oneMicAudioStream);
+    std::vector<int16_t> frames = interleaved(160, 3);
+    wws_test::deliverInput(*service, frames, 160);
+
+    EXPECT_EQ(frames, wws_test::drain(main));  // 960 bytes
+    EXPECT_TRUE(wws_test::drain(oneMic).empty());
+    EXPECT_EQ(frames, norvo_fake::pushedSamples(kInput));
+    EXPECT_EQ((std::vector<std::string>{sampleEvent(480, 0)}), norvo_fake::pushedMetadata(kInput));
+    EXPECT_EQ(160u, service->mInputFrameCount);
+}
+
+TEST_F(WakeWordServiceInput, FrameCountsOutsideOneTo240000AreDropped) {
+    sp<WakeWordService> service = start();
+    log.clear();
+    std::vector<int16_t> big(240001);
+    wws_test::deliverInput(*service, big, 240001);
+    wws_test::deliverInput(*service, big, 0);
+    EXPECT_EQ(0u, service->mInputFrameCount);
+    EXPECT_TRUE(norvo_fake::pushedMetadata(kInput).empty());
+    EXPECT_TRUE(log.contains(
+            ANDROID_LOG_ERROR, kTag,
+            "EVENT_MORE_DATA: audioBuffer->frameCount from input is out of range. "
+            "frameCount=240001, minAllowed=1, maxAllowed=240000, mInputFrameCount=0, "
+            "mPlaybackFrameCount=0"));
+    EXPECT_TRUE(log.contains("EVENT_MORE_DATA: audioBuffer->frameCount from input is out of "
+                             "range. frameCount=0, minAllowed=1, maxAllowed=240000, "
+                             "mInputFrameCount=0, mPlaybackFrameCount=0"));
+    // Each drop is followed by the boundary dump (two guard lines with this text per dump).
+    EXPECT_EQ(4u, log.count("FRAME_COUNT_BOUNDARIES: before_boundary=0xdeadbeef"));
+
+    wws_test::deliverInput(*service, big, 240000);
+    EXPECT_EQ(240000u, service->mInputFrameCount);
+    EXPECT_EQ(sampleEvent(240000, 0), norvo_fake::pushedMetadata(kInput).back());
+}
+
+TEST_F(WakeWordServiceInput, OverrunIsOnlyAWarning) {
+    sp<WakeWordService> service = start();
+    WakeWordService::audioRecordCallbackFn(android::AudioRecord::EVENT_OVERRUN, service.get(),
+                                           nullptr);
+    WakeWordService::audioRecordCallbackFn(android::AudioRecord::EVENT_NEW_POS, service.get(),
+                                           nullptr);
+    EXPECT_TRUE(log.contains(ANDROID_LOG_WARN, kTag, "[input] AudioRecord reported overrun!"));
+    EXPECT_EQ(0u, service->mInputFrameCount);
+}
+
+TEST_F(WakeWordServiceInput, BuffersWithoutModelOrWriterAreNotCounted) {
+    sp<WakeWordService> service = start();
+    auto mirror = wws_test::readerAtEnd(config.audioStream);
+    std::vector<int16_t> samples = interleaved(320, 1);
+
+    service->destroyNorvoModel();
+    wws_test::deliverInput(*service, samples, 320);
+    EXPECT_TRUE(log.contains(ANDROID_LOG_ERROR, kTag, "Error: mInputModelReady not ready"));
+    EXPECT_FALSE(log.contains("Error processing audio from input: 0"));  // dropping is not failing
+    EXPECT_EQ(0u, service->mInputFrameCount);
+    EXPECT_TRUE(wws_test::drain(mirror).empty());
+
+    ASSERT_EQ(0, service->setNewNorvoModel("/m", config.wakeWords.data(), 1));
+    ASSERT_EQ(0, service->stopAudioStream());
+    EXPECT_EQ(android::INVALID_OPERATION, service->stopAudioStream());
+    log.clear();
+    wws_test::deliverInput(*service, samples, 320);
+    EXPECT_EQ((std::vector<std::string>{"Error: cannot find AudioStreamWriter",
+                                        "Error processing audio from input: -22"}),
+              log.messages(ANDROID_LOG_ERROR, kTag));
+    EXPECT_EQ(0u, service->mInputFrameCount);
+    EXPECT_TRUE(norvo_fake::pushedMetadata(kInput).empty());
+}
+
+TEST_F(WakeWordServiceInput, TestModeSilencesTheMicrophoneButNotInjection) {
+    sp<WakeWordService> service = start();
+    velmar::gTestMode = true;
+    std::vector<int16_t> samples = interleaved(320, 1);
+    wws_test::deliverInput(*service, samples, 320);
+    EXPECT_EQ(std::vector<int16_t>(320, 0), norvo_fake::pushedSamples(kInput));
+
+    std::vector<int16_t> injected = interleaved(128, 1);
+    WakeWordService::injectorCallbackFn(service.get(), injected.data(), 128, false);
+    std::vector<int16_t> pushed = norvo_fake::pushedSamples(kInput);
+    EXPECT_EQ(injected, std::vector<int16_t>(pushed.begin() + 320, pushed.end()));
+    EXPECT_EQ(448u, service->mInputFrameCount);
+}
+
+TEST_F(WakeWordServiceInput, InjectedMonoIsCopiedIntoEveryChannel) {
+    config.threeChannelInput = true;
+    sp<WakeWordService> service = start();
+    auto mirror = wws_test::readerAtEnd(config.audioStream);
+    std::vector<int16_t> mono = interleaved(128, 1);
+    WakeWordService::injectorCallbackFn(service.get(), mono.data(), 128, false);
+    std::vector<int16_t> expected;
+    for (int16_t s : mono) expected.insert(expected.end(), {s, s, s});
+    EXPECT_EQ(expected, norvo_fake::pushedSamples(kInput));
+    EXPECT_EQ(expected, wws_test::drain(mirror));
+    EXPECT_EQ((std::vector<std::string>{sampleEvent(384, 0)}), norvo_fake::pushedMetadata(kInput));
+
+    // Playback-flagged blocks never touch the input counter.
+    WakeWordService::injectorCallbackFn(service.get(), mono.data(), 128, true);
+    EXPECT_EQ(128u, service->mInputFrameCount);
+}
+
+TEST_F(WakeWordServiceInput, MicrophoneIsIgnoredWhileAFileIsInjected) {
+    sp<WakeWordService> service = start();
+    std::string path = wws_test::writeWav("hold.wav", wws_test::rampSamples(16000), 16000);
+    ASSERT_EQ(0, service->injectWaveFile(path.c_str(), true));  // playback-flagged: no input
+    ASSERT_TRUE(service->mInjector->isInjecting());
+    std::vector<int16_t> samples = interleaved(320, 1);
+    wws_test::deliverInput(*service, samples, 320);
+    EXPECT_EQ(0u, service->mInputFrameCount);
+    EXPECT_TRUE(norvo_fake::pushedMetadata(kInput).empty());
+    service->mInjector->requestExitAndWait();
+    wws_test::deliverInput(*service, samples, 320);
+    EXPECT_EQ(320u, service->mInputFrameCount);
+}
+
+TEST_F(WakeWordServiceInput, FanOutOrderAndTheLastEnabledStepsStatus) {
+    sp<WakeWordService> service = start();
+    // Stand-ins for the AED and separate NTT decoders.
+    ASSERT_EQ(0, NorvoModelSet_New("aux", "/aux", ""));
+    for (const char* id : {"WakeWordService_audiopresence_decoder", "wws_ntt"}) {
+        ASSERT_EQ(0, NorvoDecoder_NewSpotterAudioDecoder(
+                             id, "aux", "norvo",
+                             NorvoDecoder_NewNorvoMultichannelAudioFormat_Default(), "{}"));
+    }
+    service->mAedEnabled = true;
+    service->mNttDetectionEnabled = true;
+    service->mNttDecoderReady = true;
+    std::vector<int16_t> samples = interleaved(160, 1);
+    size_t mark = norvo_fake::calls().size();
+    EXPECT_EQ(0, service->passAudioForDetection(samples.data(), 160));
+    std::vector<std::string> order;
+    auto all = norvo_fake::calls();
+    for (size_t i = mark; i < all.size(); ++i) order.push_back(all[i].args[0]);
+    EXPECT_EQ((std::vector<std::string>{kInput, "WakeWordService_audiopresence_decoder",
+                                        "wws_ntt"}),
+              order);
+
+    // The input decoder's failure is overwritten by the steps after it...
+    norvo_fake::setStatus("NorvoDecoder_PushAudioEvent", kInput, 5);
+    EXPECT_EQ(0, service->passAudioForDetection(samples.data(), 160));
+    // ...and reported only when AED and NTT are off.
+    service->mAedEnabled = false;
+    service->mNttDetectionEnabled = false;
+    EXPECT_EQ(5, service->passAudioForDetection(samples.data(), 160));
+    // An AED failure returns at once, before NTT.
+    service->mAedEnabled = true;
+    service->mNttDetectionEnabled = true;
+    norvo_fake::setStatus("NorvoDecoder_PushAudioEvent", "WakeWordService_audiopresence_decoder", 6);
+    mark = norvo_fake::calls().size();
+    log.clear();
+    EXPECT_EQ(6, service->passAudioForDetection(samples.data(), 160));
+    EXPECT_EQ(mark + 2, norvo_fake::calls().size());
+    EXPECT_TRUE(log.contains(ANDROID_LOG_ERROR, kTag, "Failed to detect AED data."));
+    // A failing push through the buffer path is counted and reported as -22.
+    service->mAedEnabled = false;
+    service->mNttDetectionEnabled = false;
+    uint64_t before = service->mInputFrameCount;
+    log.clear();
+    wws_test::deliverInput(*service, samples, 160);
+    EXPECT_EQ(before + 160, service->mInputFrameCount);
+    std::vector<std::string> errors = log.messages(ANDROID_LOG_ERROR, kTag);
+    ASSERT_EQ(3u, errors.size());
+    EXPECT_EQ("processWaveData: Error pushing waveData.", errors[0]);
+    EXPECT_EQ("Unable to pass audio data into norvo", errors[1]);
+    EXPECT_EQ("Error processing audio from input: -22", errors[2]);
+    EXPECT_TRUE(log.contains(ANDROID_LOG_INFO, kTag,
+                             "FRAME_COUNT_BOUNDARIES: frameStartPosition=" + std::to_string(before)));
+}
+
+TEST_F(WakeWordServiceInput, WakeWordDetectionOffStillMirrorsAndCounts) {
+    sp<WakeWordService> service = start();
+    ASSERT_EQ(0, service->setWWDetectionEnabled(false));
+    auto mirror = wws_test::readerAtEnd(config.audioStream);
+    std::vector<int16_t> samples = interleaved(320, 1);
+    wws_test::deliverInput(*service, samples, 320);
+    EXPECT_EQ(samples, wws_test::drain(mirror));
+    EXPECT_EQ(320u, service->mInputFrameCount);
+    EXPECT_TRUE(norvo_fake::pushedMetadata(kInput).empty());
+}
+
+TEST(WakeWordServiceInputDeathTest, FatalEngineStatusEndsTheProcess) {
+    testing::FLAGS_gtest_death_test_style = "threadsafe";
+    EXPECT_DEATH(
+            {
+                norvo_fake::reset();
+                ServiceConfig config;
+                sp<WakeWordService> service = wws_test::createService(config);
+                norvo_fake::setStatus("NorvoDecoder_PushAudioEvent", NORVO_ERROR_FATAL);
+                std::vector<int16_t> samples(320);
+                wws_test::deliverInput(*service, samples, 320);
+            },
+            "Fatal error from Norvo");
+}
+
+TEST(WakeWordServiceInputIds, OnlyTheInputDecoderIdMatches) {
+    EXPECT_TRUE(WakeWordService::isInputDecoderId("WakeWordService_input_decoder"));
+    EXPECT_FALSE(WakeWordService::isInputDecoderId("WakeWordService_playback_decoder"));
+    EXPECT_FALSE(WakeWordService::isInputDecoderId("WakeWordService_input_decoder2"));
+    EXPECT_FALSE(WakeWordService::isInputDecoderId(nullptr));
+}
