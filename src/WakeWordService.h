@@ -29,6 +29,7 @@
 #include <utils/StrongPointer.h>
 #include <utils/Vector.h>
 
+#include <atomic>
 #include <cstdint>
 #include <memory>
 #include <mutex>
@@ -253,14 +254,17 @@ class WakeWordService : public android::RefBase {
     void destroyNttModel();
 
     // ---- Members, in declaration order ----
+    // Counters and the flags the audio paths read are written on other threads: they are atomics
+    // (same size as the plain types) so that every read is defined and, on 32-bit targets, the
+    // 64-bit counters are never read torn. The audio paths use relaxed operations.
     android::status_t mInitStatus;
-    bool mBackfillPending;
+    std::atomic<bool> mBackfillPending;
     uint16_t mBackfillDurationMs;
     std::mutex mBackfillLock;  // try_lock by backfill; skipped when busy
     bool mDetectorEnabled;
-    bool mWWDetectionEnabled;
+    std::atomic<bool> mWWDetectionEnabled;
     std::mutex mWWDetectionLock;  // serialises setWWDetectionEnabled
-    bool mInputModelReady;
+    std::atomic<bool> mInputModelReady;
     android::String16 mPackageName;
     android::sp<AudioStream> mAudioStream;
     bool mOneMicEnabled;
@@ -269,16 +273,16 @@ class WakeWordService : public android::RefBase {
     android::sp<AudioStreamWriter> mOneMicAudioStreamWriter;
     uint32_t mBytesPerSample;
     uint32_t mInputBeforeBoundary;
-    uint64_t mInputFrameCount;
+    std::atomic<uint64_t> mInputFrameCount;
     uint32_t mInputAfterBoundary;
     bool mPlaybackViaAudioRecord;
     bool mSuppressPlaybackAtInit;
     bool mPlaybackDetectorInitiated;
-    bool mPlaybackModelReady;
+    std::atomic<bool> mPlaybackModelReady;
     std::mutex mPlaybackNotifierLock;  // guards use of mPlaybackStatusNotifier
     android::sp<PlaybackStatusNotifier> mPlaybackStatusNotifier;
     uint32_t mPlaybackBeforeBoundary;
-    uint64_t mPlaybackFrameCount;
+    std::atomic<uint64_t> mPlaybackFrameCount;
     uint32_t mPlaybackAfterBoundary;
     bool mNearMissEnabled;
     bool mThreeChannelInput;
@@ -292,12 +296,12 @@ class WakeWordService : public android::RefBase {
     bool mAedAvailable;
     bool mAedModelSetCreated;
     bool mAedDecoderCreated;
-    bool mAedEnabled;
-    bool mPushDataToPlaybackDetector;
-    bool mNttDetectionEnabled;
+    std::atomic<bool> mAedEnabled;
+    std::atomic<bool> mPushDataToPlaybackDetector;
+    std::atomic<bool> mNttDetectionEnabled;
     bool mNttEnabled;
     bool mPreloadNttModel;
-    bool mNttDecoderReady;
+    std::atomic<bool> mNttDecoderReady;
     std::string mNttModelPath;
     std::mutex mNttLock;  // NTT model creation
     NttResult_Callback mNttResultCallback;

@@ -100,8 +100,8 @@ void WakeWordService::audioRecordCallbackHandler(int event, void* user, void* in
                       "mPlaybackFrameCount=%llu",
                       sourceName, frameCount, static_cast<size_t>(1),
                       static_cast<size_t>(kMaxFramesPerBuffer),
-                      static_cast<unsigned long long>(service->mInputFrameCount),
-                      static_cast<unsigned long long>(service->mPlaybackFrameCount));
+                      static_cast<unsigned long long>(service->mInputFrameCount.load()),
+                      static_cast<unsigned long long>(service->mPlaybackFrameCount.load()));
                 service->logFrameCountBoundaries();
             }
             break;
@@ -124,7 +124,7 @@ status_t WakeWordService::processAudioFromInput(WakeWordService* service, void* 
 
 status_t WakeWordService::processAudioDataFromInput(void* buffer, size_t frameCount) {
     ATRACE_NAME(__PRETTY_FUNCTION__);
-    if (!mInputModelReady) {
+    if (!mInputModelReady.load(std::memory_order_relaxed)) {
         ALOGE("Error: mInputModelReady not ready");
         return android::NO_ERROR;
     }
@@ -142,7 +142,7 @@ status_t WakeWordService::processAudioDataFromInput(void* buffer, size_t frameCo
         ALOGE("Unable to pass audio data into norvo");
         result = android::BAD_VALUE;
     }
-    mInputFrameCount += frameCount;
+    mInputFrameCount.fetch_add(frameCount, std::memory_order_relaxed);
     return result;
 }
 
@@ -152,7 +152,7 @@ status_t WakeWordService::processInterleavedAudioDataFromInput(void* buffer, siz
         ALOGE("Error: OneMic is disabled.");
         return android::BAD_VALUE;
     }
-    if (!mInputModelReady) {
+    if (!mInputModelReady.load(std::memory_order_relaxed)) {
         ALOGE("Error: mInputModelReady not ready");
         return android::NO_ERROR;
     }
@@ -187,16 +187,18 @@ status_t WakeWordService::processInterleavedAudioDataFromInput(void* buffer, siz
         ALOGE("Unable to pass audio data into norvo");
         result = android::BAD_VALUE;
     }
-    mInputFrameCount += frameCount;
+    mInputFrameCount.fetch_add(frameCount, std::memory_order_relaxed);
     return result;
 }
 
 status_t WakeWordService::passAudioForDetection(void* buffer, size_t sampleCount) {
     ATRACE_NAME(__PRETTY_FUNCTION__);
-    const uint64_t index = mInputFrameCount;
+    const uint64_t index = mInputFrameCount.load(std::memory_order_relaxed);
     status_t status = android::NO_ERROR;
-    if (mWWDetectionEnabled) status = detectAudioDataFromAudioInput(buffer, sampleCount, index);
-    if (mAedEnabled) {
+    if (mWWDetectionEnabled.load(std::memory_order_relaxed)) {
+        status = detectAudioDataFromAudioInput(buffer, sampleCount, index);
+    }
+    if (mAedEnabled.load(std::memory_order_relaxed)) {
         status_t aed = detectAudioPresenceData(buffer, sampleCount, index);
         if (aed != android::NO_ERROR) {
             ALOGE("Failed to detect AED data.");
@@ -204,7 +206,9 @@ status_t WakeWordService::passAudioForDetection(void* buffer, size_t sampleCount
         }
         status = android::NO_ERROR;
     }
-    if (mNttDetectionEnabled) status = pushAudioToNttDecoder(buffer, sampleCount, index);
+    if (mNttDetectionEnabled.load(std::memory_order_relaxed)) {
+        status = pushAudioToNttDecoder(buffer, sampleCount, index);
+    }
     // The last enabled step decides: an input-decoder failure is reported only when AED and NTT
     // are both off.
     return status;
@@ -244,7 +248,7 @@ status_t WakeWordService::detectAudioPresenceData(void* buffer, size_t sampleCou
 status_t WakeWordService::pushAudioToNttDecoder(void* buffer, size_t sampleCount,
                                                 uint64_t firstSampleIndex) {
     // With a unified model the input decoder already hears this audio.
-    if (!mNttDecoderReady) return android::NO_ERROR;
+    if (!mNttDecoderReady.load(std::memory_order_relaxed)) return android::NO_ERROR;
     return detectAudioData(buffer, sampleCount, firstSampleIndex, kNttDecoderId);
 }
 
