@@ -15,6 +15,10 @@ foreach(lib utils log cutils base nativehelper)
   target_include_directories(android::${lib} SYSTEM INTERFACE ${ANDROID_HOST_INCLUDE_DIR})
 endforeach()
 
+# libnativehelper ships its own jni.h, which must be found before any JDK copy.
+target_include_directories(android::nativehelper SYSTEM BEFORE INTERFACE
+                           ${ANDROID_HOST_INCLUDE_DIR}/nativehelper)
+
 # libutils needs liblog; atrace lives in libcutils.
 set_property(TARGET android::utils APPEND PROPERTY INTERFACE_LINK_LIBRARIES android::log android::cutils)
 

@@ -10,6 +10,7 @@ packages=(
   rapidjson-dev libsndfile1-dev
   libgtest-dev libgmock-dev libbenchmark-dev
   g++-arm-linux-gnueabihf
+  openjdk-17-jdk-headless junit5
 )
 
 missing=()

@@ -1,6 +1,6 @@
 // Polls playback, alarm and text-to-speech stream activity.
 //
-// This declaration carries only the type the service holds; the polling thread arrives with the
+// This declaration carries only what the service calls; the polling thread arrives with the
 // playback change. Until then the service never creates one.
 #ifndef VELMAR_PLAYBACK_STATUS_NOTIFIER_H
 #define VELMAR_PLAYBACK_STATUS_NOTIFIER_H
@@ -9,7 +9,10 @@
 
 namespace velmar {
 
-class PlaybackStatusNotifier : public virtual android::RefBase {};
+class PlaybackStatusNotifier : public virtual android::RefBase {
+  public:
+    void notifyTtsState(bool /*isPlaying*/) {}
+};
 
 }  // namespace velmar
 

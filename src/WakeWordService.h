@@ -236,6 +236,11 @@ class WakeWordService : public android::RefBase {
     android::status_t enablePlaybackDetector();
     void playbackDestroy();
     static void playbackAudioRecordCallbackFn(int event, void* user, void* info);
+    // Switches pushing playback audio to the playback detector; returns the previous setting.
+    // Unchanged (with an error) on a service whose initialisation failed.
+    bool setPushDataToPlaybackDetectorEnabled(bool enabled);
+    // Tells the playback notifier whether text-to-speech plays. 22 without a notifier.
+    android::status_t notifyTtsState(bool isPlaying);
     android::status_t processAudioDataFromPlayback(void* buffer, size_t frameCount,
                                                    uint32_t position);
 
@@ -243,6 +248,9 @@ class WakeWordService : public android::RefBase {
     android::status_t setAudioEventDetectionMode(bool enabled);
     android::status_t detectAudioPresenceData(void* buffer, size_t sampleCount,
                                               uint64_t firstSampleIndex);
+    android::status_t setAedStaticModel(const char* manifestPath);
+    android::status_t setAedCustomModel(const char* customModelPath);
+    android::status_t getAudioPresenceData(const char*& json);
     void destroyAedCustomModel();
     void destroyAedDecoderAndStaticModel(bool destroyDecoder, bool destroyStaticModel);
 
@@ -251,6 +259,17 @@ class WakeWordService : public android::RefBase {
     // Pushes input audio to the separate NTT decoder when it exists; 0 otherwise.
     android::status_t pushAudioToNttDecoder(void* buffer, size_t sampleCount,
                                             uint64_t firstSampleIndex);
+    android::status_t setNttDetectionMode(bool enabled, int mode);
+    android::status_t switchNttModel(const char* nttModelManifestPath);
+    android::status_t onCVEvent(const char* eventJson, int64_t clientTimestamp);
+    android::status_t onSpeakerLocalizationEvent(const char* eventJson,
+                                                 int64_t clientBeginTimestamp,
+                                                 int64_t clientEndTimestamp);
+    bool isNttDecoderReady() { return mNttDecoderReady; }
+    bool isNttSupportedInWwModel() { return mNttSupportedInWwModel; }
+
+    // ---- PMA ----
+    android::status_t switchPmaModel(const char* manifestPath);
     void destroyNttModel();
 
     // ---- Members, in declaration order ----

@@ -182,8 +182,45 @@ NorvoStatus FakeEngine::pushAudio(const char* id, const NorvoAudioEvent* event) 
             mPushedSamples[id].insert(mPushedSamples[id].end(), samples, samples + count);
         }
         mPushedMetadata[id].push_back(event->metadata);
+        auto scripted = mKeywords.find(id);
+        if (scripted != mKeywords.end() && samples != nullptr) {
+            unsigned long long first = 0;
+            const char* index = strstr(event->metadata, "\"first_sample_index\":");
+            if (index != nullptr) sscanf(index, "\"first_sample_index\":%llu", &first);
+            for (unsigned int i = 0; i < count; ++i) {
+                if (samples[i] == scripted->second.trigger) detect_l(id, scripted->second, first + i);
+            }
+        }
     }
     return NORVO_SUCCESS;
+}
+
+void FakeEngine::detect_l(const std::string& decoderId, const ScriptedKeyword& keyword,
+                          uint64_t sampleIndex) {
+    auto decoder = mDecoders.find(decoderId);
+    if (decoder == mDecoders.end()) return;
+    // The record and its texts live until the callback returns, as the engine promises.
+    auto shared = std::make_shared<ScriptedKeyword>(keyword);
+    std::string id = decoderId;
+    decoder->second->thread->post([this, shared, id, sampleIndex] {
+        EnumeratedResult_Callback callback = callbacks().enumeratedResult;
+        if (callback == nullptr) return;
+        NorvoEnumeratedResult result{};
+        result.beginSampleIndex = static_cast<int64_t>(sampleIndex);
+        result.endSampleIndex = static_cast<int64_t>(sampleIndex);
+        result.keyword = shared->keyword.c_str();
+        result.detailText = "";
+        result.detectionType = 0;
+        result.blob.size = static_cast<uint32_t>(shared->blob.size());
+        result.blob.data = shared->blob.data();
+        callback(id.c_str(), &result);
+    });
+}
+
+void FakeEngine::scriptKeyword(const std::string& decoderId, int16_t trigger,
+                               const std::string& keyword, const std::vector<uint8_t>& blob) {
+    std::lock_guard<std::mutex> guard(mLock);
+    mKeywords[decoderId] = ScriptedKeyword{trigger, keyword, blob};
 }
 
 std::vector<int16_t> FakeEngine::pushedSamples(const std::string& id) {
@@ -222,6 +259,7 @@ void FakeEngine::reset() {
         mBeforeDelete = nullptr;
         mPushedSamples.clear();
         mPushedMetadata.clear();
+        mKeywords.clear();
         mIgnorePushes.store(false);
         if (!mLibraryAttributes.empty()) {
             // Keep earlier texts alive (callers may still hold them), but serve the default again.
@@ -384,6 +422,11 @@ std::vector<int16_t> pushedSamples(const std::string& decoderId) {
 std::vector<std::string> pushedMetadata(const std::string& decoderId) {
     return FakeEngine::instance().pushedMetadata(decoderId);
 }
+void scriptKeyword(const std::string& decoderId, int16_t trigger, const std::string& keyword,
+                   const std::vector<uint8_t>& blob) {
+    FakeEngine::instance().scriptKeyword(decoderId, trigger, keyword, blob);
+}
+
 void setBeforeDecoderDelete(std::function<void(const std::string&)> hook) {
     FakeEngine::instance().setBeforeDecoderDelete(std::move(hook));
 }

@@ -64,6 +64,8 @@ class FakeEngine {
     std::vector<std::string> decoderIds();
     bool runOnDecoderThread(const std::string& id, std::function<void()> fn, bool wait);
     void setBeforeDecoderDelete(std::function<void(const std::string&)> hook);
+    void scriptKeyword(const std::string& decoderId, int16_t trigger, const std::string& keyword,
+                       const std::vector<uint8_t>& blob);
 
   private:
     struct Decoder {
@@ -86,6 +88,15 @@ class FakeEngine {
     std::map<std::string, std::vector<int16_t>> mPushedSamples;       // guarded by mLock
     std::map<std::string, std::vector<std::string>> mPushedMetadata;  // guarded by mLock
     std::atomic<bool> mIgnorePushes{false};
+    struct ScriptedKeyword {
+        int16_t trigger;
+        std::string keyword;
+        std::vector<uint8_t> blob;
+    };
+    std::map<std::string, ScriptedKeyword> mKeywords;  // guarded by mLock
+    // Posts a detection of the scripted keyword at sampleIndex to the decoder's thread; mLock held.
+    void detect_l(const std::string& decoderId, const ScriptedKeyword& keyword,
+                  uint64_t sampleIndex);
     // Library attributes: every text ever handed out stays allocated, since callers keep the
     // pointer for the life of the process.
     std::vector<std::unique_ptr<std::string>> mLibraryAttributes;  // guarded by mLock

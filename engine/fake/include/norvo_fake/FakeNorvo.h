@@ -119,6 +119,13 @@ bool runOnDecoderThread(const std::string& decoderId, std::function<void()> fn, 
 // INT32_MIN when the decoder does not exist.
 int decoderThreadNice(const std::string& decoderId);
 
+// Scripts a detection: when audio pushed to decoderId contains the sample value trigger, the
+// registered enumerated-result callback is called on that decoder's thread with the keyword,
+// detection type 0, the trigger's sample index as begin and end, and blob as the result's data.
+// Audio pushes must be recorded (the default) for the scan to happen.
+void scriptKeyword(const std::string& decoderId, int16_t trigger, const std::string& keyword,
+                   const std::vector<uint8_t>& blob);
+
 // Called with the decoder id inside NorvoDecoder_Delete, before the decoder goes away (null to
 // remove). Lets tests check what the client had done by the time the engine deletes a decoder.
 void setBeforeDecoderDelete(std::function<void(const std::string&)> hook);

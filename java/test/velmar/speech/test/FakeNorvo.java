@@ -1,0 +1,42 @@
+package velmar.speech.test;
+
+/** Drives the fake engine from Java tests; results are fired on the engine's decoder threads. */
+public final class FakeNorvo {
+    static {
+        System.loadLibrary("wws_java_test_support");
+    }
+
+    private FakeNorvo() {}
+
+    public static native void reset();
+    /** id null: every call of op. */
+    public static native void setStatus(String op, String id, int status);
+    public static native void setModelSetAttributes(String modelSetId, String json);
+    public static native void scriptKeyword(String decoderId, short trigger, String keyword,
+            byte[] blob);
+    /** Recorded calls of op, each as its arguments joined with '|'. */
+    public static native String[] calls(String op);
+
+    public static native boolean fireEnumerated(boolean localCommand, String decoderId,
+            String keyword, String detail, long begin, long end, int detailValue,
+            int detectionType, byte[] blob, long tail);
+    public static native void callEnumeratedCallbackDirectly();
+    public static native boolean firePresence(String decoderId, String eventName, long begin,
+            long end, int detectionType, boolean flag);
+    public static native boolean fireNtt(String decoderId, long begin, int eventType, byte[] blob,
+            long detectionIndex, int activeMode);
+    public static native boolean fireEndOfSpeech(long value);
+    public static native boolean fireJsondata(String t1, String t2, String t3, String t4, int a,
+            int b);
+    public static native boolean fireMetrics(boolean quillan, String[] texts, int type,
+            String[] metadata);
+    /** eventType -100: no event record at all. */
+    public static native boolean fireFederatedLearning(boolean unsecured, String modelSetId,
+            String modelId, int eventType, String json, byte[] data, float scale,
+            String applicationId);
+    public static native long fireIdleDetection(String modelSetId, String modelId, long seconds);
+    public static native void fireConcurrently(int threads, int perThread, int blobSize);
+    public static native void fireDecoderStatus(String which, boolean started);
+    public static native int callJniOnLoad();
+    public static native String describeService(long address);
+}

@@ -1,0 +1,41 @@
+package velmar.speech.test;
+
+import java.util.ArrayList;
+import java.util.Arrays;
+import java.util.List;
+
+/** Captures the Android log of the native side: lines are "priority tag: message". */
+public final class NativeLog {
+    static {
+        System.loadLibrary("wws_java_test_support");
+    }
+
+    public static final int DEBUG = 3;
+    public static final int INFO = 4;
+    public static final int WARN = 5;
+    public static final int ERROR = 6;
+
+    private NativeLog() {}
+
+    public static native void start();
+    public static native void stop();
+    public static native String[] lines();
+
+    public static boolean contains(int priority, String tag, String message) {
+        return Arrays.asList(lines()).contains(priority + " " + tag + ": " + message);
+    }
+
+    public static boolean contains(int priority, String message) {
+        return contains(priority, "WakeWordService_JNI", message);
+    }
+
+    /** Messages of one priority and tag, in order. */
+    public static List<String> messages(int priority, String tag) {
+        List<String> found = new ArrayList<>();
+        String prefix = priority + " " + tag + ": ";
+        for (String line : lines()) {
+            if (line.startsWith(prefix)) found.add(line.substring(prefix.length()));
+        }
+        return found;
+    }
+}

@@ -1,0 +1,152 @@
+package velmar.speech.wakewordservice;
+
+import static org.junit.jupiter.api.Assertions.*;
+
+import org.junit.jupiter.api.Test;
+import velmar.speech.test.FakeNorvo;
+import velmar.speech.test.NativeLog;
+
+/** The control natives: their values without a service, and each reaching its operation. */
+class ControlNativesTest extends ServiceHarness {
+    private static void expectMessage(String message) {
+        assertTrue(NativeLog.contains(NativeLog.ERROR, message), message);
+    }
+
+    @Test
+    void everyNativeBeforeCreateReturnsItsNotCreatedValue() {
+        assertEquals(22, core.nSetWWDetectionEnabled(true));
+        expectMessage("setWWDetectionEnabled called before createNativeService.");
+        assertEquals(22, core.nSetWWDetectionEnabledForLpm(true, 1));
+        expectMessage("setWWDetectionEnabledForLpm called before createNativeService.");
+        assertEquals(-22, core.nSwitchNorvoModel("/m", new String[] {"A"}));
+        expectMessage("switchNorvoModel called before createNativeService.");
+        assertFalse(core.nInjectWaveFile("/a.wav", false));
+        expectMessage("injectWaveFile called before createNativeService.");
+        assertEquals(22, core.nSetNorvoProperty("p", 1));
+        expectMessage("setNorvoProperty called before createNativeService.");
+        assertEquals(22, core.nOnCVEvent("{}", 1));
+        expectMessage("onCVEvent called before createNativeService.");
+        assertEquals(22, core.nOnSpeakerLocalizationEvent("{}", 1, 2));
+        expectMessage("onSpeakerLocalizationEvent called before createNativeService.");
+        assertEquals(22, core.nSetNorvoAcousticProperty("p", 1));
+        expectMessage("setNorvoAcousticProperty called before createNativeService.");
+        assertEquals(22, core.nSetAudioEventDetectionMode(true));
+        expectMessage("setAudioEventDetectionMode called before createNativeService.");
+        assertEquals(22, core.nSetNttDetectionMode(true, 1));
+        expectMessage("setNttDetectionMode called before createNativeService.");
+        assertEquals(-22, core.nSwitchNttModel("/n"));
+        expectMessage("switchNttModel called before createNativeService.");
+        assertEquals(-22, core.nSwitchPmaModel("/p"));
+        expectMessage("switchPmaModel called before createNativeService.");
+        assertEquals(0, core.nEnablePlaybackDetector());
+        assertEquals(22, core.nResetAudioInput());
+        expectMessage("resetAudioInput called before createNativeService.");
+        assertNull(core.nGetAudioPresenceData());
+        expectMessage("getAudioPresenceData called before createNativeService.");
+        assertEquals(0, core.nGetInputFrameCount());
+        expectMessage("getInputFrameCount called before createNativeService.");
+        assertEquals(0, core.nGetInputFrameTime());
+        expectMessage("getInputFrameTime called before createNativeService.");
+        assertEquals(0, core.nGetPlaybackFrameCount());
+        expectMessage("getPlaybackFrameCount called before createNativeService.");
+        assertEquals(-22, core.nSetFingerprintDatabase("/db"));
+        expectMessage("setFingerprintDatabase called before createNativeService.");
+        assertNull(core.nGetNorvoLibraryAttributes());
+        expectMessage("getNorvoLibraryAttributes called before createNativeService.");
+        assertNull(core.nGetWakeWordModelSetAttributes());
+        assertNull(core.nGetAudioPresenceModelSetAttributes());
+        expectMessage("getModelSetAttributes called before createNativeService.");
+        assertNull(core.nGetNaturalTurnTakingModelSetAttributes());
+        expectMessage("getNaturalTurnTakingModelSetAttributes called before createNativeService.");
+        assertEquals(-22, core.nSetAedStaticModel("/s"));
+        expectMessage("setAedStaticModel called before createNativeService.");
+        assertEquals(-22, core.nSetAedCustomModel("/c"));
+        expectMessage("velmar_speech_wakewordservice_WakeWordService_setAedCustomModel called "
+                + "before getNativeService");
+        expectMessage("Error setting AED Custom Sounds config. Error=-22");
+        core.nSetBacklogWatermarks(1, 2);
+        core.nSetNorvoPriorities(3, 4);
+        assertEquals(22, core.nNotifyTtsState(true));
+        expectMessage("notifyTtsState called before createNativeService.");
+        RuntimeException thrown = assertThrows(RuntimeException.class,
+                () -> core.nSetPushDataToPlaybackDetectorEnabled(true));
+        assertEquals("setPushDataToPlaybackDetectorEnabled failure", thrown.getMessage());
+        expectMessage("setPushDataToPlaybackDetectorEnabled called before createNativeService.");
+    }
+
+    @Test
+    void nativesReachTheirOperations() {
+        assertEquals(0, create());
+        assertEquals(0, core.nSetWWDetectionEnabled(false));
+        assertEquals(2, FakeNorvo.calls("NorvoDecoder_SessionEnd").length);
+        assertEquals(0, core.nSetWWDetectionEnabledForLpm(false, 3));
+
+        assertEquals(0, core.nSetNorvoProperty("Volume", -1));
+        assertTrue(NativeLog.contains(NativeLog.DEBUG, "Setting norvo property (JNI): Volume=-1"));
+        String[] events = FakeNorvo.calls("NorvoDecoder_PushClientEvents");
+        assertEquals(INPUT + "|1|Volume|-1", events[events.length - 1]);
+        assertEquals(-22, core.nSetNorvoProperty(null, 1));
+        assertTrue(NativeLog.contains(NativeLog.ERROR, "norvo property name is NULL."));
+        assertEquals(0, core.nSetNorvoAcousticProperty("Threshold", 4));
+        events = FakeNorvo.calls("NorvoDecoder_PushClientEvents");
+        assertEquals("WakeWordService_audiopresence_decoder|1|Threshold|4",
+                events[events.length - 1]);
+
+        assertEquals(0, core.nSetFingerprintDatabase("/data/fp.db"));
+        assertArrayEquals(new String[] {INPUT + "|/data/fp.db"},
+                FakeNorvo.calls("NorvoDecoder_SetFingerprintDatabase"));
+        FakeNorvo.setStatus("NorvoDecoder_SetFingerprintDatabase", null, 8);
+        assertEquals(8, core.nSetFingerprintDatabase("/data/fp.db"));
+        assertTrue(NativeLog.contains(NativeLog.ERROR,
+                "Error setting fingerprint database. Error=8"));
+        assertEquals(-22, core.nSetFingerprintDatabase(null));
+        assertTrue(NativeLog.contains(NativeLog.ERROR,
+                "setFingerprintDatabase cannot get fingerprintDatabasePath information."));
+        assertTrue(NativeLog.contains(NativeLog.ERROR,
+                "Error setting fingerprint database. Error=-22"));
+
+        assertNotNull(core.nGetNorvoLibraryAttributes());
+        assertEquals("{\"model_attributes\":[{\"model_id\":\"norvo\",\"keyword\":{\"supported-"
+                + "keyword-list\":[\"STOP\",\"CANCEL\",\"SNOOZE\"]}}]}",
+                core.nGetWakeWordModelSetAttributes());
+        assertNull(core.nGetAudioPresenceModelSetAttributes());  // no such model set here
+        assertTrue(NativeLog.contains(NativeLog.ERROR, "Error getting model set attributes, 3"));
+
+        assertTrue(core.nSetPushDataToPlaybackDetectorEnabled(false));  // the previous value
+        assertFalse(core.nSetPushDataToPlaybackDetectorEnabled(true));
+        assertEquals(22, core.nNotifyTtsState(true));  // no playback notifier on this service
+        assertTrue(NativeLog.contains(NativeLog.ERROR,
+                "notifyTtsState: Error setting native tts state. Error=22"));
+        assertEquals(0, core.nResetAudioInput());
+        assertEquals(0, core.nGetInputFrameCount());
+        assertTrue(core.nGetInputFrameTime() > 0);
+        assertEquals(0, core.nGetPlaybackFrameCount());
+    }
+
+    @Test
+    void turnTakingAttributesComeFromTheUnifiedModelWhenItHasNtt() {
+        assertEquals(0, create());
+        assertNull(core.nGetNaturalTurnTakingModelSetAttributes());  // separate set: absent
+        assertTrue(NativeLog.contains(NativeLog.ERROR, "Error getting model set attributes, 3"));
+        String unified = "{\"model_attributes\":[{\"model_id\":\"norvo\",\"keyword\":"
+                + "{\"supported-keyword-list\":[\"STOP\"]},\"ntt\":{}}]}";
+        FakeNorvo.setModelSetAttributes("WakeWordService_modelset", unified);
+        assertEquals(0, core.nSwitchNorvoModel("/models/ww/unified.manifest", wakeWords));
+        assertEquals(unified, core.nGetNaturalTurnTakingModelSetAttributes());
+    }
+
+    @Test
+    void switchAndInjectReportTheirFailures() {
+        assertEquals(0, create());
+        assertEquals(-22, core.nSwitchNorvoModel(null, wakeWords));
+        assertTrue(NativeLog.contains(NativeLog.ERROR,
+                "switchNorvoModel cannot get norvoModelManifestPath infomation."));
+        assertTrue(NativeLog.contains(NativeLog.ERROR, "Error switch Norvo Model. Error=-22"));
+        assertFalse(core.nInjectWaveFile(null, false));
+        assertTrue(NativeLog.contains(NativeLog.ERROR,
+                "injectWaveFile cannot get filePath infomation."));
+        assertFalse(core.nInjectWaveFile("/no/such/file.wav", false));
+        assertTrue(NativeLog.contains(NativeLog.ERROR, "Error injecting wave file. Error=-22"));
+        assertEquals(0, core.nSetAedCustomModel(null));  // a null path is passed on, not refused
+    }
+}

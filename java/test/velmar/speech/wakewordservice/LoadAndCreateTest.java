@@ -1,0 +1,140 @@
+package velmar.speech.wakewordservice;
+
+import static org.junit.jupiter.api.Assertions.*;
+
+import java.util.List;
+import org.junit.jupiter.api.Test;
+import velmar.speech.test.FakeNorvo;
+import velmar.speech.test.NativeLog;
+
+/** Library load, and creating and destroying the native service with every argument mapping. */
+class LoadAndCreateTest extends ServiceHarness {
+    @Test
+    void loadReturnsJni14AndFillsEveryCacheInOrder() {
+        NativeLog.start();  // only this load's lines, whether or not the class loaded just now
+        assertEquals(0x00010004, FakeNorvo.callJniOnLoad());
+        assertEquals(List.of("Initialize ArrayListClass", "Initialize NorvoDMSMetricDataClass",
+                "Initialize NorvoDMSMetricMetadataClass", "Initialize NorvoDMSQuillanMetricDataClass",
+                "Initialize NorvoDMSQuillanMetricMetadataClass",
+                "Initialize WWFederatedLearningEventClass",
+                "Initialize WWFederatedLearningUnsecuredEventClass",
+                "Initialize WWFederatedLearningIdleDetectionResultClass",
+                "Initialize FingerprintResult class"),
+                NativeLog.messages(NativeLog.INFO, "WakeWordService_JNI"));
+        assertEquals(List.of(), NativeLog.messages(NativeLog.ERROR, "WakeWordService_JNI"));
+        assertEquals(List.of(), NativeLog.messages(NativeLog.WARN, "WakeWordService_JNI"));
+        assertTrue(NativeLog.contains(NativeLog.DEBUG,
+                "Getting method safely handleNttEndOfSpeechResult (J)V"));
+    }
+
+    @Test
+    void createMapsEveryArgument() {
+        flags = new boolean[] {true, false, true, false, true, false, true};
+        numbers = new int[] {-7, 480, -120, 11};
+        wakeWords = new String[] {"HEYVELMAR", "COMPUTER"};
+        assertEquals(0, create(audio, oneMic, metadata));
+        String d = FakeNorvo.describeService(nativeInstance());
+        assertTrue(d.contains("package=velmar.speech.wakewordservice;"), d);
+        assertTrue(d.contains("oneMic=1;oneMicStream=set;"), d);
+        assertTrue(d.contains("aedStatic=/models/aed/static.manifest;ntt=/models/ntt/norvo.manifest;"
+                + "pma=/models/pma/norvo.manifest;aedCustom=/models/aed/custom.json;"), d);
+        assertTrue(d.contains("wakeWordCount=2;flags=1010101;ints=-7,480,-120,11;initStatus=0;"), d);
+        assertArrayEquals(new String[] {"WakeWordService_modelset|/models/ww/norvo.manifest|"},
+                FakeNorvo.calls("NorvoModelSet_New"));
+        assertTrue(FakeNorvo.calls("NorvoDecoder_NewSpotterAudioDecoder")[0].endsWith(
+                "|{\"keyword\":{\"enabled-keyword-list\":[\"STOP\",\"CANCEL\",\"SNOOZE\","
+                        + "\"HEYVELMAR\",\"COMPUTER\"]}}"));
+        assertArrayEquals(new String[] {"-120"}, FakeNorvo.calls("NorvoApi_SetLocalTimeOffset"));
+        assertFalse(metadata.canOpenWriter(), "the metadata writer is open while the service lives");
+        assertTrue(core.nDestroyNativeService());
+        assertEquals(0, nativeInstance());
+        assertTrue(metadata.canOpenWriter(), "destroy closes the metadata writer");
+    }
+
+    @Test
+    void optionalArgumentsMayBeNull() {
+        ntt = null;
+        pma = null;
+        aedCustom = null;
+        wakeWords = null;
+        assertEquals(0, create(audio, null, metadata));
+        String d = FakeNorvo.describeService(nativeInstance());
+        assertTrue(d.contains("oneMic=0;oneMicStream=null;"), d);
+        assertTrue(d.contains("ntt=;pma=;aedCustom=;wakeWordCount=0;"), d);
+        assertTrue(NativeLog.contains(NativeLog.ERROR, "OneMicAudioStream is not provided"));
+        assertTrue(FakeNorvo.calls("NorvoDecoder_NewSpotterAudioDecoder")[0].endsWith("|{}"));
+        assertTrue(core.nDestroyNativeService());
+
+        wakeWords = new String[0];
+        assertEquals(0, create());
+        assertTrue(NativeLog.contains(NativeLog.INFO, "No active wake words provided."));
+        assertTrue(FakeNorvo.describeService(nativeInstance()).contains("wakeWordCount=0;"));
+    }
+
+    private void assertNoServiceLeft() {
+        assertEquals(0, nativeInstance());
+        assertFalse(core.nGetDetectorEnabled());
+        assertTrue(NativeLog.contains(NativeLog.ERROR,
+                "getDetectorEnabled called before createNativeService."));
+        assertTrue(metadata.canOpenWriter(), "no metadata writer left open");
+        assertFalse(core.nDestroyNativeService());
+    }
+
+    @Test
+    void missingStreamsAreRefusedBeforeAnyService() {
+        assertEquals(-22, create(null, null, metadata));
+        assertTrue(NativeLog.contains(NativeLog.ERROR,
+                "Unable to create native wakewordservice when AudioStream is null"));
+        assertNoServiceLeft();
+        assertEquals(-22, create(audio, null, null));
+        assertEquals(0, FakeNorvo.calls("NorvoApi_SetLoggingCallback").length);
+        assertNoServiceLeft();
+    }
+
+    @Test
+    void missingRequiredPathsAreRefused() {
+        manifest = null;
+        assertEquals(-22, create());
+        assertTrue(NativeLog.contains(NativeLog.ERROR,
+                "Unable to get norvoModelManifestPath infomation."));
+        assertNoServiceLeft();
+        manifest = "/m";
+        aedStatic = null;
+        assertEquals(-22, create());
+        assertTrue(NativeLog.contains(NativeLog.ERROR,
+                "Unable to get aedStaticModelManifestPath information."));
+        assertNoServiceLeft();
+        packageName = null;
+        assertEquals(-22, create());
+        assertTrue(NativeLog.contains(NativeLog.ERROR, "Unable to get package name."));
+        assertNoServiceLeft();
+    }
+
+    @Test
+    void failedInitialisationLeavesNothingBehind() {
+        FakeNorvo.setStatus("NorvoApi_SetLoggingCallback", null, 9);
+        assertEquals(9, create());
+        assertTrue(NativeLog.contains(NativeLog.ERROR, "Error initializing WakeWordService. Error=9"));
+        assertNoServiceLeft();
+        // A later create builds a fresh service.
+        FakeNorvo.setStatus("NorvoApi_SetLoggingCallback", null, 0);
+        assertEquals(0, create());
+        assertNotEquals(0, nativeInstance());
+    }
+
+    @Test
+    void destroyTwiceAndDetectorSwitch() {
+        assertEquals(22, core.nSetDetectorEnabled(true));
+        assertTrue(NativeLog.contains(NativeLog.ERROR,
+                "setDetectorEnabled called before createNativeService."));
+        assertEquals(0, create());
+        assertEquals(0, core.nSetDetectorEnabled(true));
+        assertTrue(core.nGetDetectorEnabled());
+        assertEquals(0, core.nSetDetectorEnabled(false));
+        assertFalse(core.nGetDetectorEnabled());
+        assertTrue(core.nDestroyNativeService());
+        assertFalse(core.nDestroyNativeService());
+        assertTrue(NativeLog.contains(NativeLog.ERROR,
+                "destroyNativeService: native service not created yet"));
+    }
+}

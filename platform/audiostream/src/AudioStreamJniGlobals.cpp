@@ -1,0 +1,8 @@
+#include <audiostream/AudioStreamJni.h>
+
+namespace velmar {
+
+AudioStreamClassInfo gAudioStreamClassInfo = {nullptr, nullptr, nullptr};
+android::Mutex gJniMutex;
+
+}  // namespace velmar

@@ -1,0 +1,18 @@
+#!/usr/bin/env bash
+# Runs JUnit 5 tests in a JVM with -Xcheck:jni and fails on any JNI warning, not only on test
+# failures: a JNI misuse must never pass unnoticed.
+#   run_junit.sh <java> <library dirs, ':'-separated> <class path> [console launcher options...]
+set -uo pipefail
+java=$1 libs=$2 classpath=$3
+shift 3
+log=$(mktemp)
+"$java" -Xcheck:jni -Djava.library.path="$libs" \
+  -jar /usr/share/java/junit-platform-console-standalone.jar \
+  --class-path "$classpath" --disable-banner --details=tree "$@" 2>&1 | tee "$log"
+status=${PIPESTATUS[0]}
+if grep -qE 'WARNING in native method|FATAL ERROR in native method|JNI warning' "$log"; then
+  echo "run_junit: JNI warnings above count as failures" >&2
+  status=1
+fi
+rm -f "$log"
+exit "$status"
