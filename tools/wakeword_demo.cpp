@@ -54,15 +54,26 @@ bool writeUtterance(const std::string& path) {
 
 int main(int argc, char** argv) {
     std::string wav = argc > 1 ? argv[1] : "";
+    std::string folder;
     if (wav.empty()) {
-        char folder[] = "/tmp/wakeword-demo-XXXXXX";
-        if (mkdtemp(folder) == nullptr) return 1;
-        wav = std::string(folder) + "/utterance.wav";
+        char pattern[] = "/tmp/wakeword-demo-XXXXXX";
+        if (mkdtemp(pattern) == nullptr) return 1;
+        folder = pattern;
+        wav = folder + "/utterance.wav";
+        if (!writeUtterance(wav)) {
+            fprintf(stderr, "cannot write %s\n", wav.c_str());
+            return 1;
+        }
     }
-    if (argc <= 1 && !writeUtterance(wav)) {
-        fprintf(stderr, "cannot write %s\n", wav.c_str());
-        return 1;
-    }
+    struct RemoveGenerated {
+        ~RemoveGenerated() {
+            if (folder.empty()) return;
+            unlink(file.c_str());
+            rmdir(folder.c_str());
+        }
+        const std::string& folder;
+        const std::string& file;
+    } removeGenerated{folder, wav};
     norvo_fake::scriptKeyword(velmar::kInputDecoderId, kWakeWordMarker, "HEYVELMAR",
                               std::vector<uint8_t>{'{', '}'});
 
