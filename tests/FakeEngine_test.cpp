@@ -127,29 +127,3 @@ TEST_F(FakeEngine, ScriptedStatusesApplyPerOperationOrPerId) {
     ASSERT_EQ(2u, offsets.size());
     EXPECT_EQ("60", offsets[0].args[0]);
 }
-
-TEST_F(FakeEngine, RecordsWhatEachCallCarried) {
-    ASSERT_EQ(0, NorvoModelSet_New("ms", "/m.manifest", ""));
-    NorvoMultichannelAudioFormat format = NorvoDecoder_NewNorvoMultichannelAudioFormat_Default();
-    EXPECT_EQ(16000u, format.words[1]);
-    EXPECT_EQ(16u, format.words[2]);
-    EXPECT_EQ(1u, format.words[3]);
-    format.words[3] = 3;
-    std::string config = "{\"keyword\":{}}";
-    ASSERT_EQ(0,
-              NorvoDecoder_NewSpotterAudioDecoder("dec", "ms", "playback", format, config.c_str()));
-    config.assign("overwritten");  // the engine copied what it keeps
-    norvo_fake::DecoderInfo info;
-    ASSERT_TRUE(norvo_fake::decoder("dec", &info));
-    EXPECT_EQ("{\"keyword\":{}}", info.config);
-    EXPECT_EQ("playback", info.keywordSetName);
-    EXPECT_EQ(3u, info.format.words[3]);
-
-    NorvoClientEvent event{"NearMissEnabled", 1};
-    NorvoClientEventBatch batch{1, &event};
-    EXPECT_EQ(0, NorvoDecoder_PushClientEvents("dec", &batch, 1));
-    auto pushes = norvo_fake::callsOf("NorvoDecoder_PushClientEvents");
-    ASSERT_EQ(1u, pushes.size());
-    EXPECT_EQ((std::vector<std::string>{"dec", "1", "NearMissEnabled", "1"}), pushes[0].args);
-    EXPECT_EQ(norvo_fake::kNotFound, NorvoDecoder_SessionEnd("missing"));
-}

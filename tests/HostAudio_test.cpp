@@ -169,30 +169,6 @@ TEST_F(HostAudio, TimestampsFollowDeliveredFrames) {
     record->stop();
 }
 
-TEST_F(HostAudio, MinFrameCountAndStreamActivity) {
-    size_t frames = 0;
-    EXPECT_EQ(android::NO_ERROR,
-              AudioRecord::getMinFrameCount(&frames, 16000, AUDIO_FORMAT_PCM_16_BIT,
-                                            AUDIO_CHANNEL_IN_MONO));
-    EXPECT_EQ(320u, frames);
-    host::setMinFrameCount(0, android::NO_INIT);
-    EXPECT_EQ(android::NO_INIT,
-              AudioRecord::getMinFrameCount(&frames, 16000, AUDIO_FORMAT_PCM_16_BIT,
-                                            AUDIO_CHANNEL_IN_MONO));
-    EXPECT_EQ(android::BAD_VALUE, AudioRecord::getMinFrameCount(&frames, 16000, AUDIO_FORMAT_MP3,
-                                                                AUDIO_CHANNEL_IN_MONO));
-
-    bool active = true;
-    EXPECT_EQ(android::NO_ERROR,
-              android::AudioSystem::isStreamActive(AUDIO_STREAM_MUSIC, &active, 0));
-    EXPECT_FALSE(active);
-    host::setStreamActive(AUDIO_STREAM_MUSIC, true);
-    EXPECT_EQ(android::NO_ERROR,
-              android::AudioSystem::isStreamActive(AUDIO_STREAM_MUSIC, &active, 0));
-    EXPECT_TRUE(active);
-    EXPECT_EQ(android::BAD_VALUE, android::AudioSystem::isStreamActive(99, &active, 0));
-}
-
 TEST(HostAudioChannelMasks, InputMaskFromCount) {
     EXPECT_EQ(AUDIO_CHANNEL_NONE, audio_channel_in_mask_from_count(0));
     EXPECT_EQ(0x10u, audio_channel_in_mask_from_count(1));

@@ -33,22 +33,6 @@ TEST(HostProperties, LongValuesAreCutToTheValueLimit) {
     EXPECT_EQ(std::string(PROPERTY_VALUE_MAX - 1, 'a'), value);
 }
 
-TEST(HostProperties, BoolAcceptsTheUsualSpellings) {
-    for (const char* yes : {"1", "true", "y", "yes", "on"}) {
-        android::base::SetProperty("test.host.flag", yes);
-        EXPECT_EQ(1, property_get_bool("test.host.flag", 0)) << yes;
-    }
-    for (const char* no : {"0", "false", "n", "no", "off"}) {
-        android::base::SetProperty("test.host.flag", no);
-        EXPECT_EQ(0, property_get_bool("test.host.flag", 1)) << no;
-    }
-    android::base::SetProperty("test.host.flag", " on");
-    EXPECT_EQ(1, property_get_bool("test.host.flag", 1));
-    EXPECT_EQ(0, property_get_bool("test.host.flag", 0));
-    EXPECT_EQ(1, property_get_bool("test.host.unset", 1));
-    EXPECT_EQ(0, property_get_bool(nullptr, 0));
-}
-
 namespace {
 
 class ParkedThread : public android::Thread {

@@ -65,42 +65,6 @@ TEST(WakeWordServiceConstruct, MapsPathsCallbacksAndNumbers) {
     EXPECT_EQ(&wws_test::testFederatedLearningIdle, s->mFederatedLearningIdleDetectionCallback);
 }
 
-TEST(WakeWordServiceConstruct, StartsFromTheDocumentedDefaults) {
-    norvo_fake::reset();
-    ServiceConfig config;
-    Unstarted made(config);
-    WakeWordService* s = made.service;
-    EXPECT_EQ(0, s->mInitStatus);
-    EXPECT_FALSE(s->mBackfillPending);
-    EXPECT_EQ(500, s->mBackfillDurationMs);
-    EXPECT_FALSE(s->mDetectorEnabled);
-    EXPECT_TRUE(s->mWWDetectionEnabled);
-    EXPECT_FALSE(s->mInputModelReady);
-    EXPECT_EQ(nullptr, s->mAudioStreamWriter);
-    EXPECT_EQ(nullptr, s->mOneMicAudioStreamWriter);
-    EXPECT_EQ(0xdeadbeefu, s->mInputBeforeBoundary);
-    EXPECT_EQ(0u, s->mInputFrameCount);
-    EXPECT_EQ(0xdeadbeefu, s->mInputAfterBoundary);
-    EXPECT_EQ(0xdeadbeefu, s->mPlaybackBeforeBoundary);
-    EXPECT_EQ(0u, s->mPlaybackFrameCount);
-    EXPECT_EQ(0xdeadbeefu, s->mPlaybackAfterBoundary);
-    EXPECT_FALSE(s->mPlaybackDetectorInitiated);
-    EXPECT_FALSE(s->mPlaybackModelReady);
-    EXPECT_TRUE(s->mPushDataToPlaybackDetector);
-    EXPECT_FALSE(s->mAedModelSetCreated);
-    EXPECT_FALSE(s->mAedDecoderCreated);
-    EXPECT_FALSE(s->mAedEnabled);
-    EXPECT_FALSE(s->mNttDetectionEnabled);
-    EXPECT_FALSE(s->mNttDecoderReady);
-    EXPECT_EQ(NORVO_NTT_CONFIGURATION_DISABLED, s->mNttConfiguration);
-    EXPECT_FALSE(s->mNttSupportedInWwModel);
-    EXPECT_FALSE(s->mPmaDecoderReady);
-    EXPECT_EQ(nullptr, s->mAudioInput);
-    EXPECT_EQ(nullptr, s->mInjector);
-    EXPECT_EQ(nullptr, s->mAspEventMonitor);
-    EXPECT_EQ(nullptr, s->mPlaybackStatusNotifier);
-}
-
 // Each of the eight flags, set alone, must reach its own member and no other.
 TEST(WakeWordServiceConstruct, EachFlagLandsInItsOwnMember) {
     norvo_fake::reset();
