@@ -76,66 +76,90 @@ jbyteArray byteArray(JNIEnv* env, const uint8_t* data, int32_t length) {
 
 }  // namespace
 
-void recordMetricsCallback_JNI(NorvoDMSMetricData* record) {
+namespace {
+
+// What tells the two metrics channels apart.
+struct MetricsChannel {
+    const char* initiateMessage;
+    const char* nullMessage;
+    jclass clazz;
+    jmethodID constructor;
+    jfieldID firstText;   // programName / groupID
+    jfieldID secondText;  // sourceName / schemaID
+    jfieldID dataPointName, dataPointValue, dataPointType, metadataList;
+    const NorvoDMSMetricMetadataClassInfo& metadataClass;
+    jmethodID handler;
+};
+
+// Both records share their layout from the data point name on; Record is either one.
+template <typename Record>
+void reportMetrics(const MetricsChannel& channel, const Record* record, const char* firstText,
+                   const char* secondText) {
     ScopedJNICallback scope;
     scope.attachThread(JNI_VERSION_1_4);
     if (scope.mEnv == nullptr) return;
     JNIEnv* env = scope.mEnv;
-    ALOGI("Initiate dmsMetricsCallback.");
+    ALOGI("%s", channel.initiateMessage);
     if (record == nullptr) {
-        ALOGE("DmsMetricCallback Failed, dmsMetric is null");
+        ALOGE("%s", channel.nullMessage);
         return;
     }
     jobject instance = acquireInstance(env);
     if (instance == nullptr) return;
-    const NorvoDMSMetricDataClassInfo& info = gNorvoDMSMetricDataClassInfo;
-    jobject data = env->NewObject(info.clazz, info.constructor);
-    setString(env, data, info.programName, record->programName);
-    setString(env, data, info.sourceName, record->sourceName);
-    setString(env, data, info.dataPointName, record->dataPointName);
-    setString(env, data, info.dataPointValue, record->dataPointValue);
-    setString(env, data, info.dataPointType, dataPointTypeText(record->dataPointType));
+    jobject data = env->NewObject(channel.clazz, channel.constructor);
+    setString(env, data, channel.firstText, firstText);
+    setString(env, data, channel.secondText, secondText);
+    setString(env, data, channel.dataPointName, record->dataPointName);
+    setString(env, data, channel.dataPointValue, record->dataPointValue);
+    setString(env, data, channel.dataPointType, dataPointTypeText(record->dataPointType));
     if (record->metadataCount >= 1) {
         jobject list = metadataList(env, record->metadata, record->metadataCount,
-                                    gNorvoDMSMetricMetadataClassInfo);
-        env->SetObjectField(data, info.metadataList, list);
+                                    channel.metadataClass);
+        env->SetObjectField(data, channel.metadataList, list);
         deleteLocal(env, list);
     }
-    env->CallVoidMethod(instance, gNativeWakeWordServiceCoreClassInfo.recordMetrics, data);
+    env->CallVoidMethod(instance, channel.handler, data);
     describeException(env);
     deleteLocal(env, data);
     deleteLocal(env, instance);
 }
 
+}  // namespace
+
+void recordMetricsCallback_JNI(NorvoDMSMetricData* record) {
+    const NorvoDMSMetricDataClassInfo& info = gNorvoDMSMetricDataClassInfo;
+    const MetricsChannel channel{"Initiate dmsMetricsCallback.",
+                                 "DmsMetricCallback Failed, dmsMetric is null",
+                                 info.clazz,
+                                 info.constructor,
+                                 info.programName,
+                                 info.sourceName,
+                                 info.dataPointName,
+                                 info.dataPointValue,
+                                 info.dataPointType,
+                                 info.metadataList,
+                                 gNorvoDMSMetricMetadataClassInfo,
+                                 gNativeWakeWordServiceCoreClassInfo.recordMetrics};
+    reportMetrics(channel, record, record == nullptr ? nullptr : record->programName,
+                  record == nullptr ? nullptr : record->sourceName);
+}
+
 void recordQuillanMetricsCallback_JNI(NorvoDMSQuillanMetricData* record) {
-    ScopedJNICallback scope;
-    scope.attachThread(JNI_VERSION_1_4);
-    if (scope.mEnv == nullptr) return;
-    JNIEnv* env = scope.mEnv;
-    ALOGI("Initiate dmsQuillanMetricsCallback.");
-    if (record == nullptr) {
-        ALOGE("DmsQuillanMetricCallback Failed, dmsMetric is null");
-        return;
-    }
-    jobject instance = acquireInstance(env);
-    if (instance == nullptr) return;
     const NorvoDMSQuillanMetricDataClassInfo& info = gNorvoDMSQuillanMetricDataClassInfo;
-    jobject data = env->NewObject(info.clazz, info.constructor);
-    setString(env, data, info.groupID, record->groupID);
-    setString(env, data, info.schemaID, record->schemaID);
-    setString(env, data, info.dataPointName, record->dataPointName);
-    setString(env, data, info.dataPointValue, record->dataPointValue);
-    setString(env, data, info.dataPointType, dataPointTypeText(record->dataPointType));
-    if (record->metadataCount >= 1) {
-        jobject list = metadataList(env, record->metadata, record->metadataCount,
-                                    gNorvoDMSQuillanMetricMetadataClassInfo);
-        env->SetObjectField(data, info.metadataList, list);
-        deleteLocal(env, list);
-    }
-    env->CallVoidMethod(instance, gNativeWakeWordServiceCoreClassInfo.recordQuillanMetrics, data);
-    describeException(env);
-    deleteLocal(env, data);
-    deleteLocal(env, instance);
+    const MetricsChannel channel{"Initiate dmsQuillanMetricsCallback.",
+                                 "DmsQuillanMetricCallback Failed, dmsMetric is null",
+                                 info.clazz,
+                                 info.constructor,
+                                 info.groupID,
+                                 info.schemaID,
+                                 info.dataPointName,
+                                 info.dataPointValue,
+                                 info.dataPointType,
+                                 info.metadataList,
+                                 gNorvoDMSQuillanMetricMetadataClassInfo,
+                                 gNativeWakeWordServiceCoreClassInfo.recordQuillanMetrics};
+    reportMetrics(channel, record, record == nullptr ? nullptr : record->groupID,
+                  record == nullptr ? nullptr : record->schemaID);
 }
 
 void handleFederatedLearningEventCallback_JNI(const char* modelSetId, const char* modelId,
