@@ -176,7 +176,8 @@ class WakeWordService : public android::RefBase {
 
     // ---- Input path (WakeWordServiceInput.cpp) ----
     // Creates the capture input (microphone adapter, playback adapter when configured) and the
-    // injector; starts nothing. getMinFrameCount's status when the frame count must be asked for.
+    // injector; starts nothing. getMinFrameCount's status when the frame count must be asked for;
+    // BAD_VALUE for a frame count below -1.
     android::status_t initializeAudioRecordAndInjector();
     // AudioRecord callback of the microphone adapter (user: the service). Real-time safe.
     static void audioRecordCallbackFn(int event, void* user, void* info);

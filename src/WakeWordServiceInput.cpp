@@ -43,6 +43,10 @@ status_t WakeWordService::initializeAudioRecordAndInjector() {
     ATRACE_NAME(__PRETTY_FUNCTION__);
     const audio_channel_mask_t mask =
             mThreeChannelInput ? 0x80000007u : audio_channel_in_mask_from_count(gChannelCount);
+    if (mAudioRecordFrameCount < -1) {
+        ALOGE("Invalid AudioRecord frame count %d", mAudioRecordFrameCount);
+        return android::BAD_VALUE;
+    }
     size_t frameCount = static_cast<size_t>(mAudioRecordFrameCount);
     if (mAudioRecordFrameCount == -1) {
         status_t status = android::AudioRecord::getMinFrameCount(&frameCount, kSampleRate,

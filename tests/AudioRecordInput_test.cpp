@@ -91,13 +91,14 @@ TEST_F(AudioRecordInputTest, RecordingStoppedByThePlatformIsRecreatedWithinAnInt
     ASSERT_EQ(0, input->start());
     ASSERT_TRUE(wws_test::waitFor([] { return host::activeRecordings(kSource) == 1; }));
     ASSERT_EQ(1, host::stopRecordings(kSource));
-    // The next pass comes at most one interval later; allow a second one for a loaded machine.
+    // The next pass comes at most one interval later; a loaded machine (sanitizers, two cores) may
+    // run it late, so a few intervals are allowed. Without supervision it would never come.
     EXPECT_TRUE(wws_test::waitFor(
             [] {
                 return host::recordingsCreated(kSource) == 2 &&
                        host::activeRecordings(kSource) == 1;
             },
-            2 * interval));
+            4 * interval));
 }
 
 TEST_F(AudioRecordInputTest, StopWakesTheThreadInsteadOfWaitingOutTheInterval) {

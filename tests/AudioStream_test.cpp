@@ -209,9 +209,9 @@ TEST(AudioStream, ConcurrentReadersSeeOnlyIntactBytes) {
     std::atomic<int> corrupt{0};
     std::atomic<uint64_t> checked{0};
 
-    auto readerLoop = [&](size_t chunk) {
-        sp<AudioStreamReader> reader;
-        stream->openReader(reader);
+    // Readers are positioned at 0 before the writer starts, so each of them has at least the
+    // stream's final contents to check, however late its thread gets to run.
+    auto readerLoop = [&](sp<AudioStreamReader> reader, size_t chunk) {
         std::vector<uint8_t> buffer(chunk);
         for (;;) {
             ssize_t n = reader->read(buffer.data(), buffer.size(), 5);
@@ -229,7 +229,11 @@ TEST(AudioStream, ConcurrentReadersSeeOnlyIntactBytes) {
         }
     };
     std::vector<std::thread> readers;
-    for (size_t chunk : {64u, 333u, 4096u}) readers.emplace_back(readerLoop, chunk);
+    for (size_t chunk : {64u, 333u, 4096u}) {
+        sp<AudioStreamReader> reader;
+        ASSERT_EQ(0, stream->openReader(reader));
+        readers.emplace_back(readerLoop, reader, chunk);
+    }
 
     std::vector<uint8_t> block;
     for (uint32_t written = 0; written < kTotal;) {

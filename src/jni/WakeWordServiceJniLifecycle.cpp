@@ -189,6 +189,11 @@ jint velmar_speech_wakewordservice_WakeWordService_createNativeService(
         jboolean nearMissEnabled, jboolean threeChannelInput, jboolean nttEnabled,
         jboolean preloadNttModel, jint decoderThreadPriority, jint audioRecordFrameCount,
         jint localTimeOffset, jint ttsStreamType) {
+    // One service per process: a second create would orphan the first and its engine state.
+    if (getNativeService(env) != nullptr) {
+        ALOGE("createNativeService: native service already created");
+        return android::INVALID_OPERATION;
+    }
     setInstance(env, thiz);
     const bool flags[7] = {playbackViaAudioRecord != 0, suppressPlaybackAtInit != 0,
                            aedAvailable != 0,           nearMissEnabled != 0,

@@ -123,6 +123,17 @@ class LoadAndCreateTest extends ServiceHarness {
     }
 
     @Test
+    void secondCreateIsRefusedAndTheFirstServiceStays() {
+        assertEquals(0, create());
+        long first = nativeInstance();
+        assertEquals(-38, create());
+        assertTrue(NativeLog.contains(NativeLog.ERROR,
+                "createNativeService: native service already created"));
+        assertEquals(first, nativeInstance());
+        assertEquals(0, core.nSetDetectorEnabled(false));
+    }
+
+    @Test
     void destroyTwiceAndDetectorSwitch() {
         assertEquals(22, core.nSetDetectorEnabled(true));
         assertTrue(NativeLog.contains(NativeLog.ERROR,
