@@ -74,8 +74,9 @@ TEST_F(AudioRecordInputTest, StartRunsOneNamedThreadThatOpensEveryRecording) {
     ASSERT_TRUE(wws_test::waitFor([] {
         return host::activeRecordings(kSource) == 1 && host::activeRecordings(kPlaybackSource) == 1;
     }));
-    // The kernel keeps 15 characters of "AudioRecordInput".
-    EXPECT_EQ(1, threadsNamed("AudioRecordInpu"));
+    // The kernel keeps 15 characters of "AudioRecordInput". Threads the supervisor creates (the
+    // recordings' callback threads) carry its name until they rename themselves.
+    EXPECT_TRUE(wws_test::waitFor([] { return threadsNamed("AudioRecordInpu") == 1; }));
 
     EXPECT_EQ(0, input->stop());
     EXPECT_EQ(0, host::activeRecordings(kSource));
