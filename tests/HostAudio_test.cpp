@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "Wait.h"
+#include "WavFile.h"
 
 using android::AudioRecord;
 using android::ExtendedTimestamp;
@@ -96,6 +97,25 @@ TEST_F(HostAudio, PushedBuffersArriveInOrderOnTheRecordingsThread) {
     // 700 frames through a 320-frame recording: 320, 320, 60.
     EXPECT_EQ((std::vector<size_t>{320, 320, 60}), sink.frameCounts);
     EXPECT_NE(std::this_thread::get_id(), sink.thread);
+}
+
+TEST_F(HostAudio, WavFileSourcePlaysItsSamplesIntoEveryChannel) {
+    std::vector<int16_t> mono = wws_test::rampSamples(500, 7);
+    sp<host::WavFilePcm> file =
+            new host::WavFilePcm(wws_test::writeWav("source.wav", mono, 16000));
+    ASSERT_EQ(android::NO_ERROR, file->initCheck());
+    host::attachSource(kSource, file);
+    Sink sink;
+    sp<AudioRecord> record = makeRecord(sink, AUDIO_CHANNEL_IN_STEREO);
+    ASSERT_EQ(android::NO_ERROR, record->start());
+    ASSERT_TRUE(wws_test::waitFor([&] { return sink.sampleCount() == 2 * mono.size(); }));
+    record->stop();
+    std::lock_guard<std::mutex> guard(sink.lock);
+    for (size_t f = 0; f < mono.size(); ++f) {
+        ASSERT_EQ(mono[f], sink.samples[2 * f]) << f;
+        ASSERT_EQ(mono[f], sink.samples[2 * f + 1]) << f;  // the file's channel repeated
+    }
+    EXPECT_EQ(android::NAME_NOT_FOUND, (new host::WavFilePcm("/no/such.wav"))->initCheck());
 }
 
 TEST_F(HostAudio, SlowConsumerGetsAnOverrun) {

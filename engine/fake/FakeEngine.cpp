@@ -303,11 +303,6 @@ void FakeEngine::setBeforeDecoderDelete(std::function<void(const std::string&)> 
     mBeforeDelete = std::move(hook);
 }
 
-void FakeEngine::setRecordAudioPushes(bool record) {
-    std::lock_guard<std::mutex> guard(mLock);
-    mRecordPushes = record;
-}
-
 bool FakeEngine::modelSet(const std::string& id, ModelSetInfo* out) {
     std::lock_guard<std::mutex> guard(mLock);
     auto found = mModelSets.find(id);
@@ -384,9 +379,6 @@ void setModelSetAttributes(const std::string& modelSetId, const std::string& jso
 }
 void setLibraryAttributes(const std::string& text) {
     FakeEngine::instance().setLibraryAttributes(text);
-}
-void setRecordAudioPushes(bool record) {
-    FakeEngine::instance().setRecordAudioPushes(record);
 }
 bool modelSet(const std::string& id, ModelSetInfo* out) {
     return FakeEngine::instance().modelSet(id, out);

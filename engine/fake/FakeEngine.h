@@ -55,7 +55,6 @@ class FakeEngine {
     void clearStatuses();
     void setModelSetAttributes(const std::string& id, const std::string& json);
     void setLibraryAttributes(const std::string& text);
-    void setRecordAudioPushes(bool record);
     void setAudioPushesIgnored(bool ignored) { mIgnorePushes.store(ignored); }
     std::vector<int16_t> pushedSamples(const std::string& id);
     std::vector<std::string> pushedMetadata(const std::string& id);

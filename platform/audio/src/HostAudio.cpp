@@ -72,10 +72,6 @@ size_t GeneratedPcm::produce(int16_t* dst, size_t maxFrames, uint32_t channelCou
     return maxFrames;
 }
 
-uint64_t GeneratedPcm::framesProduced() const {
-    return mFrame.load();
-}
-
 WavFilePcm::WavFilePcm(const std::string& path) {
     SF_INFO info{};
     SNDFILE* file = sf_open(path.c_str(), SFM_READ, &info);

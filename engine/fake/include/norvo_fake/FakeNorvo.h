@@ -64,8 +64,6 @@ void clearStatuses();
 void setModelSetAttributes(const std::string& modelSetId, const std::string& json);
 void setLibraryAttributes(const std::string& text);
 
-// When false, NorvoDecoder_PushAudioEvent is not recorded (neither as a Call nor its samples).
-void setRecordAudioPushes(bool record);
 // When true, NorvoDecoder_PushAudioEvent returns 0 at once and does nothing else: no lock, no
 // allocation, no record (for measuring the caller's own cost).
 void setAudioPushesIgnored(bool ignored);

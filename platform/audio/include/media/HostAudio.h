@@ -52,7 +52,6 @@ class GeneratedPcm : public PcmProducer {
   public:
     explicit GeneratedPcm(std::function<int16_t(uint64_t frame, uint32_t channel)> fn);
     size_t produce(int16_t* dst, size_t maxFrames, uint32_t channelCount) override;
-    uint64_t framesProduced() const;
 
   private:
     std::function<int16_t(uint64_t, uint32_t)> mFn;
