@@ -115,7 +115,8 @@ TEST_F(HostAudio, WavFileSourcePlaysItsSamplesIntoEveryChannel) {
         ASSERT_EQ(mono[f], sink.samples[2 * f]) << f;
         ASSERT_EQ(mono[f], sink.samples[2 * f + 1]) << f;  // the file's channel repeated
     }
-    EXPECT_EQ(android::NAME_NOT_FOUND, (new host::WavFilePcm("/no/such.wav"))->initCheck());
+    sp<host::WavFilePcm> missing = new host::WavFilePcm("/no/such.wav");
+    EXPECT_EQ(android::NAME_NOT_FOUND, missing->initCheck());
 }
 
 TEST_F(HostAudio, SlowConsumerGetsAnOverrun) {
