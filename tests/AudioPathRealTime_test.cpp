@@ -1,11 +1,14 @@
-// The microphone path allocates nothing per buffer: every allocation made by the thread that feeds
-// buffers is counted while 1000 buffers go through, for mono, three-channel and one-mic input,
-// including one-mic buffers at the 240000-frame bound.
+// The microphone path is real-time safe: while buffers go through it, the feeding thread allocates
+// nothing and takes no lock. Every operator new (and, in the plain build, malloc and
+// pthread_mutex_lock) made by that thread is counted over 1000 buffers each of mono,
+// three-channel and one-mic input, including one-mic buffers at the 240000-frame bound.
 #include <gtest/gtest.h>
 #include <norvo_fake/FakeNorvo.h>
+#include <pthread.h>
 
 #include <atomic>
 #include <cstdlib>
+#include <mutex>
 #include <new>
 
 #include "AudioFeed.h"
@@ -14,6 +17,7 @@
 namespace {
 thread_local bool tCounting = false;
 std::atomic<long> gAllocations{0};
+std::atomic<long> gLocks{0};
 void noteAllocation() {
     if (tCounting) ++gAllocations;
 }
@@ -40,7 +44,9 @@ void operator delete(void* p, size_t) noexcept { free(p); }
 void operator delete[](void* p, size_t) noexcept { free(p); }
 
 #if !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__)
-// Plain malloc too, where no sanitizer owns it.
+#define WWS_COUNT_LOCKS 1
+// Plain malloc and mutex locks too, where no sanitizer owns them. Every library calls the
+// executable's definitions; they count and forward to glibc's own.
 extern "C" void* __libc_malloc(size_t);
 extern "C" void* __libc_calloc(size_t, size_t);
 extern "C" void* __libc_realloc(void*, size_t);
@@ -56,6 +62,12 @@ extern "C" void* realloc(void* p, size_t size) {
     noteAllocation();
     return __libc_realloc(p, size);
 }
+extern "C" int wws_glibc_mutex_lock(pthread_mutex_t* mutex);
+__asm__(".symver wws_glibc_mutex_lock, __pthread_mutex_lock@GLIBC_2.2.5");
+extern "C" int pthread_mutex_lock(pthread_mutex_t* mutex) {
+    if (tCounting) ++gLocks;
+    return wws_glibc_mutex_lock(mutex);
+}
 #endif
 
 using android::sp;
@@ -64,17 +76,30 @@ using wws_test::ServiceConfig;
 
 namespace {
 
-long allocationsFor(WakeWordService& service, size_t frames, int buffers) {
+struct Counts {
+    long allocations;
+    long locks;
+};
+
+Counts countsFor(WakeWordService& service, size_t frames, int buffers) {
     std::vector<int16_t> samples(frames * velmar::gChannelCount, 7);
     wws_test::deliverInput(service, samples, frames);  // warm-up outside the count
     gAllocations = 0;
+    gLocks = 0;
     tCounting = true;
     for (int i = 0; i < buffers; ++i) wws_test::deliverInput(service, samples, frames);
     tCounting = false;
-    return gAllocations.load();
+    return Counts{gAllocations.load(), gLocks.load()};
 }
 
-class InputPathAllocations : public testing::Test {
+void expectRealTime(WakeWordService& service, size_t frames, int buffers) {
+    SCOPED_TRACE(testing::Message() << frames << " frames");
+    Counts counts = countsFor(service, frames, buffers);
+    EXPECT_EQ(0, counts.allocations);
+    EXPECT_EQ(0, counts.locks);
+}
+
+class AudioPathRealTime : public testing::Test {
   protected:
     void SetUp() override {
         norvo_fake::reset();
@@ -85,28 +110,39 @@ class InputPathAllocations : public testing::Test {
 
 }  // namespace
 
-TEST_F(InputPathAllocations, MonoAndThreeChannelBuffersAllocateNothing) {
+TEST_F(AudioPathRealTime, MonoAndThreeChannelMicrophoneBuffers) {
     for (bool threeChannels : {false, true}) {
         SCOPED_TRACE(threeChannels);
         ServiceConfig config;
         config.threeChannelInput = threeChannels;
         sp<WakeWordService> service = wws_test::createService(config);
         ASSERT_EQ(0, service->mInitStatus);
-        for (size_t frames : {160u, 480u, 1600u}) {
-            EXPECT_EQ(0, allocationsFor(*service, frames, 1000)) << frames << " frames";
-        }
+        for (size_t frames : {160u, 480u, 1600u}) expectRealTime(*service, frames, 1000);
         // Every buffer above was accepted and counted.
         EXPECT_EQ(1001u * (160 + 480 + 1600), service->mInputFrameCount);
     }
 }
 
-TEST_F(InputPathAllocations, OneMicSplitAllocatesNothingUpToTheBound) {
+TEST_F(AudioPathRealTime, OneMicSplitUpToTheBound) {
     ServiceConfig config;
     config.oneMicEnabled = true;
     config.oneMicAudioStream = wws_test::makeStream();
     sp<WakeWordService> service = wws_test::createService(config);
     ASSERT_EQ(0, service->mInitStatus);
-    EXPECT_EQ(0, allocationsFor(*service, 160, 1000));
-    EXPECT_EQ(0, allocationsFor(*service, WakeWordService::kMaxFramesPerBuffer, 20));
+    expectRealTime(*service, 160, 1000);
+    expectRealTime(*service, WakeWordService::kMaxFramesPerBuffer, 20);
     EXPECT_EQ(1001u * 160 + 21u * WakeWordService::kMaxFramesPerBuffer, service->mInputFrameCount);
 }
+
+#ifdef WWS_COUNT_LOCKS
+// The counter itself: a path that locks is seen.
+TEST_F(AudioPathRealTime, LockCounterSeesAMutex) {
+    std::mutex mutex;
+    gLocks = 0;
+    tCounting = true;
+    mutex.lock();
+    mutex.unlock();
+    tCounting = false;
+    EXPECT_EQ(1, gLocks.load());
+}
+#endif
