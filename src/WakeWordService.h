@@ -189,9 +189,11 @@ class WakeWordService : public android::RefBase {
                                                    size_t frameCount);
     // Mirror, detect, count. 0 (buffer dropped, not counted) while the input decoder is not
     // ready; BAD_VALUE without a main writer (not counted) or when a decoder push failed (counted).
+    // For callers off the microphone path (injection, backfill): with a one-mic split it allocates
+    // its own channel buffers (NO_MEMORY when it cannot).
     android::status_t processAudioDataFromInput(void* buffer, size_t frameCount);
     // Two-channel one-mic variant: channel 1 to the one-mic writer, channel 0 to the main writer
-    // and to detection.
+    // and to detection. Allocates its channel buffers, as above.
     android::status_t processInterleavedAudioDataFromInput(void* buffer, size_t frameCount);
     // Input decoder, then AED, then NTT, each when enabled; the last enabled step's status.
     android::status_t passAudioForDetection(void* buffer, size_t sampleCount);
@@ -351,10 +353,24 @@ class WakeWordService : public android::RefBase {
     NorvoFederatedLearning_idleDetectionCallback mFederatedLearningIdleDetectionCallback;
 
   private:
-    // Channel buffers of the one-mic split, made once by initializeAudioRecordAndInjector so the
-    // audio path never allocates: channel 0 then channel 1, mOneMicScratchBytes each.
-    std::unique_ptr<uint8_t[]> mOneMicScratch;
-    size_t mOneMicScratchBytes = 0;
+    // Where the one-mic split puts the two channels of one buffer (bytes each).
+    struct ChannelSplit {
+        uint8_t* channel0;
+        uint8_t* channel1;
+        size_t bytes;
+    };
+    // The input path proper. split: buffers for the one-mic split, or null to allocate them for
+    // this buffer (callers off the microphone path).
+    android::status_t processInputBuffer(void* buffer, size_t frameCount,
+                                         const ChannelSplit* split);
+    android::status_t processInterleavedInputBuffer(void* buffer, size_t frameCount,
+                                                    const ChannelSplit* split);
+
+    // Split buffers of the microphone path only, made once by initializeAudioRecordAndInjector so
+    // that the microphone callback never allocates. Touched only by the microphone callback
+    // thread; the injector thread and backfill bring their own.
+    std::unique_ptr<uint8_t[]> mMicrophoneSplitStorage;
+    ChannelSplit mMicrophoneSplit{nullptr, nullptr, 0};
 };
 
 }  // namespace velmar

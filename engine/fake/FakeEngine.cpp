@@ -161,6 +161,12 @@ NorvoStatus FakeEngine::decoderCall(const std::string& op, std::vector<std::stri
 
 NorvoStatus FakeEngine::pushAudio(const char* id, const NorvoAudioEvent* event) {
     if (mIgnorePushes.load(std::memory_order_relaxed)) return NORVO_SUCCESS;
+    std::function<void(const std::string&)> hook;
+    {
+        std::lock_guard<std::mutex> guard(mLock);
+        hook = mBeforePush;
+    }
+    if (hook && id != nullptr) hook(id);
     NorvoStatus status = NORVO_SUCCESS;
     std::lock_guard<std::mutex> guard(mLock);
     if (mRecordPushes) {
@@ -257,6 +263,7 @@ void FakeEngine::reset() {
         mCallbacks = Callbacks{};
         mRecordPushes = true;
         mBeforeDelete = nullptr;
+        mBeforePush = nullptr;
         mPushedSamples.clear();
         mPushedMetadata.clear();
         mKeywords.clear();
@@ -301,6 +308,11 @@ void FakeEngine::setLibraryAttributes(const std::string& text) {
 void FakeEngine::setBeforeDecoderDelete(std::function<void(const std::string&)> hook) {
     std::lock_guard<std::mutex> guard(mLock);
     mBeforeDelete = std::move(hook);
+}
+
+void FakeEngine::setBeforeAudioPush(std::function<void(const std::string&)> hook) {
+    std::lock_guard<std::mutex> guard(mLock);
+    mBeforePush = std::move(hook);
 }
 
 bool FakeEngine::modelSet(const std::string& id, ModelSetInfo* out) {
@@ -421,6 +433,10 @@ void scriptKeyword(const std::string& decoderId, int16_t trigger, const std::str
 
 void setBeforeDecoderDelete(std::function<void(const std::string&)> hook) {
     FakeEngine::instance().setBeforeDecoderDelete(std::move(hook));
+}
+
+void setBeforeAudioPush(std::function<void(const std::string&)> hook) {
+    FakeEngine::instance().setBeforeAudioPush(std::move(hook));
 }
 
 void emitLog(int level, const std::string& message) {

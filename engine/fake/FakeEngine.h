@@ -63,6 +63,7 @@ class FakeEngine {
     std::vector<std::string> decoderIds();
     bool runOnDecoderThread(const std::string& id, std::function<void()> fn, bool wait);
     void setBeforeDecoderDelete(std::function<void(const std::string&)> hook);
+    void setBeforeAudioPush(std::function<void(const std::string&)> hook);
     void scriptKeyword(const std::string& decoderId, int16_t trigger, const std::string& keyword,
                        const std::vector<uint8_t>& blob);
 
@@ -84,6 +85,7 @@ class FakeEngine {
     Callbacks mCallbacks{};                                                // guarded by mLock
     bool mRecordPushes = true;                                             // guarded by mLock
     std::function<void(const std::string&)> mBeforeDelete;                 // guarded by mLock
+    std::function<void(const std::string&)> mBeforePush;                   // guarded by mLock
     std::map<std::string, std::vector<int16_t>> mPushedSamples;       // guarded by mLock
     std::map<std::string, std::vector<std::string>> mPushedMetadata;  // guarded by mLock
     std::atomic<bool> mIgnorePushes{false};

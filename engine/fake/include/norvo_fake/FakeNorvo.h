@@ -127,6 +127,9 @@ void scriptKeyword(const std::string& decoderId, int16_t trigger, const std::str
 // Called with the decoder id inside NorvoDecoder_Delete, before the decoder goes away (null to
 // remove). Lets tests check what the client had done by the time the engine deletes a decoder.
 void setBeforeDecoderDelete(std::function<void(const std::string&)> hook);
+// Called with the decoder id inside NorvoDecoder_PushAudioEvent, on the pushing thread, before the
+// engine reads the event (null to remove). Lets tests act while a push is under way.
+void setBeforeAudioPush(std::function<void(const std::string&)> hook);
 
 // Calls the registered logging callback (if any) on the calling thread, as the engine would.
 void emitLog(int level, const std::string& message);
