@@ -10,7 +10,10 @@ log=$(mktemp)
   -jar /usr/share/java/junit-platform-console-standalone.jar \
   --class-path "$classpath" --disable-banner --details=tree "$@" 2>&1 | tee "$log"
 status=${PIPESTATUS[0]}
-if grep -qE 'WARNING in native method|FATAL ERROR in native method|JNI warning' "$log"; then
+# Every message HotSpot's -Xcheck:jni can print: misuse warnings and fatal errors in native
+# methods, local-reference capacity overruns, calls inside critical regions, failed registrations.
+jni_warnings='(WARNING|FATAL ERROR) in native method|^WARNING: JNI |^WARNING!! |^Warning: Calling other JNI functions|^Warning: .* on register of |JNI warning'
+if grep -qE "$jni_warnings" "$log"; then
   echo "run_junit: JNI warnings above count as failures" >&2
   status=1
 fi

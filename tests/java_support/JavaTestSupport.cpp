@@ -32,6 +32,17 @@ std::string text(JNIEnv* env, jstring string) {
     return copy;
 }
 
+// The strings of a String[] (null elements become ""), each element's local reference released.
+std::vector<std::string> stringsOf(JNIEnv* env, jobjectArray array) {
+    std::vector<std::string> copies;
+    for (jsize i = 0; array != nullptr && i < env->GetArrayLength(array); ++i) {
+        auto element = static_cast<jstring>(env->GetObjectArrayElement(array, i));
+        copies.push_back(text(env, element));
+        if (element != nullptr) env->DeleteLocalRef(element);
+    }
+    return copies;
+}
+
 std::vector<uint8_t> bytes(JNIEnv* env, jbyteArray array) {
     std::vector<uint8_t> copy;
     if (array == nullptr) return copy;
@@ -230,14 +241,8 @@ JNIEXPORT jboolean JNICALL Java_velmar_speech_test_FakeNorvo_fireJsondata(
 // texts: four strings (program/group, source/schema, name, value); metadata: name, value, ...
 JNIEXPORT jboolean JNICALL Java_velmar_speech_test_FakeNorvo_fireMetrics(
         JNIEnv* env, jclass, jboolean quillan, jobjectArray texts, jint type, jobjectArray metadata) {
-    std::vector<std::string> t;
-    for (jsize i = 0; i < env->GetArrayLength(texts); ++i) {
-        t.push_back(text(env, static_cast<jstring>(env->GetObjectArrayElement(texts, i))));
-    }
-    std::vector<std::string> m;
-    for (jsize i = 0; metadata != nullptr && i < env->GetArrayLength(metadata); ++i) {
-        m.push_back(text(env, static_cast<jstring>(env->GetObjectArrayElement(metadata, i))));
-    }
+    std::vector<std::string> t = stringsOf(env, texts);
+    std::vector<std::string> m = stringsOf(env, metadata);
     std::vector<NorvoDMSMetricMetadataEntry> entries;
     for (size_t i = 0; i + 1 < m.size(); i += 2) entries.push_back({m[i].c_str(), m[i + 1].c_str()});
     norvo_fake::Callbacks callbacks = norvo_fake::callbacks();
@@ -350,6 +355,13 @@ JNIEXPORT void JNICALL Java_velmar_speech_test_FakeNorvo_fireDecoderStatus(JNIEn
     if (name == "pma") pmaDecoderStatusCallback_JNI(started);
 }
 
+// Deliberately leaks local references, so that the test runner can be shown to fail on the
+// warning HotSpot prints for it.
+JNIEXPORT void JNICALL Java_velmar_speech_test_FakeNorvo_leakLocalReferences(JNIEnv* env, jclass,
+                                                                            jint count) {
+    for (jint i = 0; i < count; ++i) env->NewStringUTF("leaked");
+}
+
 // Runs the bridge's JNI_OnLoad again and returns its result.
 JNIEXPORT jint JNICALL Java_velmar_speech_test_FakeNorvo_callJniOnLoad(JNIEnv* env, jclass) {
     void* bridge = dlopen("libwakewordservice.so", RTLD_NOW | RTLD_NOLOAD);
@@ -365,7 +377,7 @@ JNIEXPORT jint JNICALL Java_velmar_speech_test_FakeNorvo_callJniOnLoad(JNIEnv* e
 // The service's constructor arguments as they landed, "name=value" joined with ';'.
 JNIEXPORT jstring JNICALL Java_velmar_speech_test_FakeNorvo_describeService(JNIEnv* env, jclass,
                                                                            jlong address) {
-    auto* s = reinterpret_cast<velmar::WakeWordService*>(static_cast<intptr_t>(address));
+    auto* s = reinterpret_cast<velmar::WakeWordService*>(static_cast<uintptr_t>(address));
     if (s == nullptr) return env->NewStringUTF("");
     std::string d;
     auto add = [&d](const std::string& name, const std::string& value) {

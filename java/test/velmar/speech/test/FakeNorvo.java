@@ -38,5 +38,7 @@ public final class FakeNorvo {
     public static native void fireConcurrently(int threads, int perThread, int blobSize);
     public static native void fireDecoderStatus(String which, boolean started);
     public static native int callJniOnLoad();
+    /** Creates count local references and returns without releasing them (a JNI misuse). */
+    public static native void leakLocalReferences(int count);
     public static native String describeService(long address);
 }
