@@ -20,6 +20,7 @@ class ControlNativesTest extends ServiceHarness {
         expectMessage("setWWDetectionEnabledForLpm called before createNativeService.");
         assertEquals(-22, core.nSwitchNorvoModel("/m", new String[] {"A"}));
         expectMessage("switchNorvoModel called before createNativeService.");
+        expectMessage("Error switch Norvo Model. Error=-22");
         assertFalse(core.nInjectWaveFile("/a.wav", false));
         expectMessage("injectWaveFile called before createNativeService.");
         assertEquals(22, core.nSetNorvoProperty("p", 1));
@@ -36,8 +37,10 @@ class ControlNativesTest extends ServiceHarness {
         expectMessage("setNttDetectionMode called before createNativeService.");
         assertEquals(-22, core.nSwitchNttModel("/n"));
         expectMessage("switchNttModel called before createNativeService.");
+        expectMessage("Error switching NTT Model. Error=-22");
         assertEquals(-22, core.nSwitchPmaModel("/p"));
         expectMessage("switchPmaModel called before createNativeService.");
+        expectMessage("Error switch PMA Model. Error=-22");
         assertEquals(0, core.nEnablePlaybackDetector());
         assertEquals(22, core.nResetAudioInput());
         expectMessage("resetAudioInput called before createNativeService.");
@@ -51,6 +54,7 @@ class ControlNativesTest extends ServiceHarness {
         expectMessage("getPlaybackFrameCount called before createNativeService.");
         assertEquals(-22, core.nSetFingerprintDatabase("/db"));
         expectMessage("setFingerprintDatabase called before createNativeService.");
+        expectMessage("Error setting fingerprint database. Error=-22");
         assertNull(core.nGetNorvoLibraryAttributes());
         expectMessage("getNorvoLibraryAttributes called before createNativeService.");
         assertNull(core.nGetWakeWordModelSetAttributes());
@@ -60,6 +64,7 @@ class ControlNativesTest extends ServiceHarness {
         expectMessage("getNaturalTurnTakingModelSetAttributes called before createNativeService.");
         assertEquals(-22, core.nSetAedStaticModel("/s"));
         expectMessage("setAedStaticModel called before createNativeService.");
+        expectMessage("Error setting AED static directory path. Error=-22");
         assertEquals(-22, core.nSetAedCustomModel("/c"));
         expectMessage("velmar_speech_wakewordservice_WakeWordService_setAedCustomModel called "
                 + "before getNativeService");
