@@ -1,6 +1,7 @@
 // Detection control: capture on and off, keyword sessions, client events, the fingerprint
 // database, library attributes, and the refusals of a service whose initialisation failed.
 #include <gtest/gtest.h>
+#include <host/HostThreads.h>
 #include <media/HostAudio.h>
 #include <norvo_fake/FakeNorvo.h>
 
@@ -74,6 +75,22 @@ TEST_F(WakeWordServiceControl, DetectorSwitchStartsAndStopsCapture) {
     EXPECT_EQ(0, service->resetAudioInput());
     EXPECT_TRUE(service->mDetectorEnabled);
     EXPECT_EQ(2u, log.count("Disabling wake word detection."));
+}
+
+TEST_F(WakeWordServiceControl, CaptureThatCannotStartLeavesDetectionOff) {
+    sp<WakeWordService> service = wws_test::createService(config);
+    host::failNextThreadCreation("AudioRecordInput");
+    const android::status_t status = service->setDetectorEnabled(true);
+    EXPECT_NE(0, status);
+    bool enabled = true;
+    EXPECT_EQ(0, service->getDetectorEnabled(&enabled));
+    EXPECT_FALSE(enabled);
+    EXPECT_EQ(0, host::activeRecordings(AUDIO_SOURCE_HOTWORD));
+    // Detection is off, so switching it off changes nothing; switching it on works now.
+    EXPECT_EQ(0, service->setDetectorEnabled(false));
+    EXPECT_EQ(0u, log.count("Disabling wake word detection."));
+    EXPECT_EQ(0, service->setDetectorEnabled(true));
+    EXPECT_TRUE(wws_test::waitFor([] { return host::activeRecordings(AUDIO_SOURCE_HOTWORD) == 1; }));
 }
 
 TEST_F(WakeWordServiceControl, DisablingWakeWordsEndsBothSessionsOnce) {

@@ -12,13 +12,7 @@
 
 #include "LogCapture.h"
 #include "WakeWordService.h"
-
-// The bridge's entry points, called directly to reach code paths an engine cannot.
-void norvoEnumerationEventCallback_JNI(NorvoDecoderId decoderId, NorvoEnumeratedResult* result);
-void aedStaticDecoderStatusCallback_JNI(bool started);
-void aedCustomDecoderStatusCallback_JNI(bool started);
-void nttDecoderStatusCallback_JNI(bool started);
-void pmaDecoderStatusCallback_JNI(bool started);
+#include "WakeWordServiceJni.h"  // the bridge's entry points, called directly
 
 namespace {
 
@@ -167,17 +161,6 @@ JNIEXPORT jboolean JNICALL Java_velmar_speech_test_FakeNorvo_fireEnumerated(
         result.tailValue = tail;
         callback(id.c_str(), &result);
     });
-}
-
-// Calls the bridge's wake-word callback straight from a new native thread (no engine involved).
-JNIEXPORT void JNICALL Java_velmar_speech_test_FakeNorvo_callEnumeratedCallbackDirectly(
-        JNIEnv*, jclass) {
-    std::thread([] {
-        NorvoEnumeratedResult result{};
-        result.keyword = "LATE";
-        result.detailText = "";
-        norvoEnumerationEventCallback_JNI(kInputDecoder, &result);
-    }).join();
 }
 
 JNIEXPORT jboolean JNICALL Java_velmar_speech_test_FakeNorvo_firePresence(
@@ -353,6 +336,67 @@ JNIEXPORT void JNICALL Java_velmar_speech_test_FakeNorvo_fireDecoderStatus(JNIEn
     if (name == "aedCustom") aedCustomDecoderStatusCallback_JNI(started);
     if (name == "ntt") nttDecoderStatusCallback_JNI(started);
     if (name == "pma") pmaDecoderStatusCallback_JNI(started);
+}
+
+// Calls one of the bridge's engine-facing callbacks (named as the Java recorder names its event)
+// with a plain record: on the calling Java thread, or on a new native thread, as an engine would.
+// Returns -1 for an unknown name, 1 when a native thread was left attached to the VM, else 0.
+JNIEXPORT jint JNICALL Java_velmar_speech_test_FakeNorvo_callBridgeDirectly(JNIEnv* env, jclass,
+                                                                           jstring kind,
+                                                                           jboolean onNativeThread) {
+    const std::string name = text(env, kind);
+    auto call = [&name]() -> bool {
+        static const NorvoDMSMetricMetadataEntry entry{"k", "v"};
+        static const uint8_t payload[2] = {1, 2};
+        NorvoEnumeratedResult enumerated{};
+        enumerated.beginSampleIndex = 10;
+        enumerated.endSampleIndex = 20;
+        enumerated.keyword = "K";
+        enumerated.detailText = "";
+        NorvoAcousticEventDetectionResult presence{10, 20, 0, "Event", 1};
+        NorvoNttResult ntt{};
+        ntt.beginSampleIndex = 10;
+        ntt.detectionSampleIndex = 20;
+        NorvoNttEndOfSpeech endOfSpeech{0, 5};
+        NorvoDMSMetricData metrics{"p", "s", "n", "v", 0, {0, 0}, &entry, 1};
+        NorvoDMSQuillanMetricData quillan{"g", "s", "n", "v", 1, 0, &entry, 1};
+        NorvoFederatedLearningEvent event{0, "{}", 2, payload};
+        NorvoFederatedLearningUnsecuredEvent unsecured{&event, 0.5f, "app"};
+        NorvoFederatedLearningIdleDetectionResult idle{7};
+        if (name == "enumerated") norvoEnumerationEventCallback_JNI(kInputDecoder, &enumerated);
+        else if (name == "localCommand") norvoLocalCommandCallback_JNI(kInputDecoder, &enumerated);
+        else if (name == "presence") norvoPresenceDetectionCallback_JNI("aed", &presence);
+        else if (name == "ntt") norvoNttResultCallback_JNI("wws_ntt", &ntt);
+        else if (name == "endOfSpeech") norvoNttEndOfSpeechResultCallback_JNI("wws_ntt", &endOfSpeech);
+        else if (name == "json") norvoSetJsondataCallback_JNI("a", "b", "c", "d", 1, 2);
+        else if (name == "metrics") recordMetricsCallback_JNI(&metrics);
+        else if (name == "quillanMetrics") recordQuillanMetricsCallback_JNI(&quillan);
+        else if (name == "flEvent") handleFederatedLearningEventCallback_JNI("set", "m", &event);
+        else if (name == "flUnsecured")
+            handleFederatedLearningUnsecuredEventCallback_JNI("set", "m", &unsecured);
+        else if (name == "flIdle") handleFederatedLearningIdleDetectionResultCallback_JNI("set", "m", &idle);
+        else if (name == "aedStatic") aedStaticDecoderStatusCallback_JNI(true);
+        else if (name == "aedCustom") aedCustomDecoderStatusCallback_JNI(true);
+        else if (name == "nttDecoder") nttDecoderStatusCallback_JNI(true);
+        else if (name == "pmaDecoder") pmaDecoderStatusCallback_JNI(true);
+        else return false;
+        return true;
+    };
+    if (!onNativeThread) return call() ? 0 : -1;
+    JavaVM* vm = nullptr;
+    env->GetJavaVM(&vm);
+    jint result = 0;
+    std::thread([&] {
+        if (!call()) {
+            result = -1;
+            return;
+        }
+        JNIEnv* after = nullptr;
+        result = vm->GetEnv(reinterpret_cast<void**>(&after), JNI_VERSION_1_4) == JNI_EDETACHED
+                         ? 0
+                         : 1;
+    }).join();
+    return result;
 }
 
 // Deliberately leaks local references, so that the test runner can be shown to fail on the

@@ -20,7 +20,11 @@ public final class FakeNorvo {
     public static native boolean fireEnumerated(boolean localCommand, String decoderId,
             String keyword, String detail, long begin, long end, int detailValue,
             int detectionType, byte[] blob, long tail);
-    public static native void callEnumeratedCallbackDirectly();
+    /**
+     * Calls one bridge callback (named as Recorder names its event) with a plain record, on this
+     * thread or on a new native thread. -1: unknown name; 1: the native thread stayed attached.
+     */
+    public static native int callBridgeDirectly(String kind, boolean onNativeThread);
     public static native boolean firePresence(String decoderId, String eventName, long begin,
             long end, int detectionType, boolean flag);
     public static native boolean fireNtt(String decoderId, long begin, int eventType, byte[] blob,
