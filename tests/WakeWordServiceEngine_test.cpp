@@ -310,12 +310,6 @@ TEST_F(WakeWordServiceEngine, DeviceInfoReachesTheEngineAsLookaheadMetadata) {
     EXPECT_EQ(expected.substr(0, 19), small);  // truncated by snprintf
 }
 
-TEST_F(WakeWordServiceEngine, SampleEventJson) {
-    char json[1024];
-    WakeWordService::norvoGetSampleEventJson(json, sizeof(json), 480, 18446744073709551615ULL);
-    EXPECT_STREQ("{ \"sample_count\":480, \"first_sample_index\":18446744073709551615 }", json);
-}
-
 TEST_F(WakeWordServiceEngine, DecoderThreadIsRenicedAndTheResultLogged) {
     ASSERT_EQ(0, NorvoModelSet_New("ms", "/m", ""));
     ASSERT_EQ(0, NorvoDecoder_NewSpotterAudioDecoder(

@@ -330,9 +330,3 @@ TEST(WakeWordServiceInputDeathTest, FatalEngineStatusEndsTheProcess) {
             "Fatal error from Norvo");
 }
 
-TEST(WakeWordServiceInputIds, OnlyTheInputDecoderIdMatches) {
-    EXPECT_TRUE(WakeWordService::isInputDecoderId("WakeWordService_input_decoder"));
-    EXPECT_FALSE(WakeWordService::isInputDecoderId("WakeWordService_playback_decoder"));
-    EXPECT_FALSE(WakeWordService::isInputDecoderId("WakeWordService_input_decoder2"));
-    EXPECT_FALSE(WakeWordService::isInputDecoderId(nullptr));
-}
