@@ -235,17 +235,37 @@ class WakeWordService : public android::RefBase {
     // input path again. Single entry (a concurrent call returns 0 at once).
     android::status_t backfillAudioIfNeeded();
 
-    // ---- Playback path ----
+    // ---- Playback path (WakeWordServicePlayback.cpp) ----
+    // Creates and starts the playback status notifier unless it exists. Always 0.
     android::status_t enablePlaybackDetector();
+    // Stops and releases the notifier. Teardown only (takes no lock).
     void playbackDestroy();
+    // AudioRecord callback of the playback adapter (user: the service). Real-time safe.
     static void playbackAudioRecordCallbackFn(int event, void* user, void* info);
+    // Live playback buffer: ignored while a file is injected, otherwise processed.
+    static android::status_t processAudioFromPlayback(WakeWordService* service, void* buffer,
+                                                      size_t frameCount);
+    // Entry for a playback stream reader (AudioStreamReaderThread's callback type); bytePosition
+    // is not used. Real-time safe.
+    static void playbackAudioCallbackFn(void* user, int16_t* samples, size_t frameCount,
+                                        uint32_t bytePosition);
+    // Push (playback decoder, then PMA) and count. 0 without the playback decoder (buffer neither
+    // pushed nor counted); counted but not pushed while pushing is off; otherwise the PMA push's
+    // status. position is not read.
+    android::status_t processAudioDataFromPlayback(void* buffer, size_t frameCount,
+                                                   uint32_t position);
+    android::status_t detectAudioDataFromPlayback(void* buffer, size_t sampleCount,
+                                                  uint64_t firstSampleIndex);
     // Switches pushing playback audio to the playback detector; returns the previous setting.
     // Unchanged (with an error) on a service whose initialisation failed.
     bool setPushDataToPlaybackDetectorEnabled(bool enabled);
-    // Tells the playback notifier whether text-to-speech plays. 22 without a notifier.
+    // The notifier's callback (user: the service); runs under the notifier's state lock.
+    static void playbackNotifierCallbackFn(void* user, bool active, int streamType);
+    // Music, text-to-speech or alarm state as a client event for the input decoder, then for
+    // "wws_ntt" when it exists. 0 for other stream types.
+    android::status_t processPlaybackNotifierCallback(bool active, int streamType);
+    // Tells the playback notifier whether text-to-speech plays. 22 (positive) without a notifier.
     android::status_t notifyTtsState(bool isPlaying);
-    android::status_t processAudioDataFromPlayback(void* buffer, size_t frameCount,
-                                                   uint32_t position);
 
     // ---- Audio event detection ----
     android::status_t setAudioEventDetectionMode(bool enabled);
@@ -273,6 +293,10 @@ class WakeWordService : public android::RefBase {
 
     // ---- PMA ----
     android::status_t switchPmaModel(const char* manifestPath);
+    // Pushes playback audio to the PMA decoder when it exists; skips (0) while a model change
+    // holds mPmaLock, so the playback thread never waits.
+    android::status_t pushAudioToPmaDecoder(void* buffer, size_t sampleCount,
+                                            uint64_t firstSampleIndex);
     void destroyNttModel();
 
     // ---- Members, in declaration order ----
@@ -330,7 +354,7 @@ class WakeWordService : public android::RefBase {
     NttEndOfSpeech_Callback mNttEndOfSpeechCallback;
     int32_t mNttConfiguration;
     bool mNttSupportedInWwModel;
-    bool mPmaDecoderReady;
+    std::atomic<bool> mPmaDecoderReady;
     std::string mPmaModelPath;
     std::mutex mPmaLock;  // PMA decoder creation and destruction; try_lock on the audio push
     const char* mNorvoModelManifestPath;

@@ -1,9 +1,5 @@
 // Service operations whose subsystems have not landed yet. Each succeeds without effect, so that
 // initialize(), destroy() and the model switch already run their full sequence:
-//   enablePlaybackDetector, playbackDestroy,
-//   playbackAudioRecordCallbackFn,
-//   processAudioDataFromPlayback                  - playback detection change (until then playback
-//                                                   audio is dropped)
 //   setAudioEventDetectionMode, destroyAedCustomModel,
 //   destroyAedDecoderAndStaticModel, setAedStaticModel,
 //   setAedCustomModel, getAudioPresenceData       - audio event detection change
@@ -16,14 +12,6 @@
 
 namespace velmar {
 
-android::status_t WakeWordService::enablePlaybackDetector() {
-    return android::NO_ERROR;
-}
-void WakeWordService::playbackDestroy() {}
-void WakeWordService::playbackAudioRecordCallbackFn(int, void*, void*) {}
-android::status_t WakeWordService::processAudioDataFromPlayback(void*, size_t, uint32_t) {
-    return android::NO_ERROR;
-}
 android::status_t WakeWordService::setAudioEventDetectionMode(bool) {
     return android::NO_ERROR;
 }

@@ -1,7 +1,8 @@
-// The microphone path is real-time safe: while buffers go through it, the feeding thread allocates
+// The audio paths are real-time safe: while buffers go through them, the feeding thread allocates
 // nothing and takes no lock. Every operator new (and, in the plain build, malloc and
 // pthread_mutex_lock) made by that thread is counted over 1000 buffers each of mono,
-// three-channel and one-mic input, including one-mic buffers at the 240000-frame bound.
+// three-channel and one-mic microphone input, including one-mic buffers at the 240000-frame
+// bound, and of playback audio on its way to the playback and PMA decoders.
 #include <gtest/gtest.h>
 #include <norvo_fake/FakeNorvo.h>
 #include <pthread.h>
@@ -81,20 +82,27 @@ struct Counts {
     long locks;
 };
 
-Counts countsFor(WakeWordService& service, size_t frames, int buffers) {
-    std::vector<int16_t> samples(frames * velmar::gChannelCount, 7);
-    wws_test::deliverInput(service, samples, frames);  // warm-up outside the count
+Counts countsFor(WakeWordService& service, size_t frames, int buffers, bool playback) {
+    std::vector<int16_t> samples(frames * (playback ? 1 : velmar::gChannelCount), 7);
+    auto deliver = [&] {
+        if (playback) {
+            wws_test::deliverPlayback(service, samples);
+        } else {
+            wws_test::deliverInput(service, samples, frames);
+        }
+    };
+    deliver();  // warm-up outside the count
     gAllocations = 0;
     gLocks = 0;
     tCounting = true;
-    for (int i = 0; i < buffers; ++i) wws_test::deliverInput(service, samples, frames);
+    for (int i = 0; i < buffers; ++i) deliver();
     tCounting = false;
     return Counts{gAllocations.load(), gLocks.load()};
 }
 
-void expectRealTime(WakeWordService& service, size_t frames, int buffers) {
-    SCOPED_TRACE(testing::Message() << frames << " frames");
-    Counts counts = countsFor(service, frames, buffers);
+void expectRealTime(WakeWordService& service, size_t frames, int buffers, bool playback = false) {
+    SCOPED_TRACE(testing::Message() << frames << " frames" << (playback ? " of playback" : ""));
+    Counts counts = countsFor(service, frames, buffers, playback);
     EXPECT_EQ(0, counts.allocations);
     EXPECT_EQ(0, counts.locks);
 }
@@ -132,6 +140,17 @@ TEST_F(AudioPathRealTime, OneMicSplitUpToTheBound) {
     expectRealTime(*service, 160, 1000);
     expectRealTime(*service, WakeWordService::kMaxFramesPerBuffer, 20);
     EXPECT_EQ(1001u * 160 + 21u * WakeWordService::kMaxFramesPerBuffer, service->mInputFrameCount);
+}
+
+TEST_F(AudioPathRealTime, PlaybackBuffersToThePlaybackAndPmaDecoders) {
+    ServiceConfig config;
+    config.playbackViaAudioRecord = true;
+    sp<WakeWordService> service = wws_test::createService(config);
+    ASSERT_EQ(0, service->mInitStatus);
+    ASSERT_TRUE(service->mPlaybackModelReady);
+    service->mPmaDecoderReady = true;  // as a loaded PMA model would make it
+    for (size_t frames : {160u, 256u, 1600u}) expectRealTime(*service, frames, 1000, true);
+    EXPECT_EQ(1001u * (160 + 256 + 1600), service->mPlaybackFrameCount);
 }
 
 #ifdef WWS_COUNT_LOCKS

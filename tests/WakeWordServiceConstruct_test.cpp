@@ -32,6 +32,7 @@ TEST(WakeWordServiceConstruct, EachFlagLandsInItsOwnMember) {
                          &config.aedAvailable,           &config.nearMissEnabled,
                          &config.threeChannelInput,      &config.nttEnabled,
                          &config.preloadNttModel,        &config.oneMicEnabled};
+        for (bool* each : flags) *each = false;
         *flags[flag] = true;
         Unstarted made(config);
         WakeWordService* s = made.service;

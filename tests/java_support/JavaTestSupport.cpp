@@ -3,8 +3,10 @@
 // captures the Android log. Test code only; never part of the service.
 #include <dlfcn.h>
 #include <jni.h>
+#include <media/HostAudio.h>
 #include <norvo_fake/FakeNorvo.h>
 
+#include <map>
 #include <memory>
 #include <string>
 #include <thread>
@@ -65,6 +67,10 @@ bool onDecoderThread(const std::string& decoder, std::function<void()> fn) {
 
 std::unique_ptr<wws_test::LogCapture> gLog;
 
+// The pushed sources attached to the host audio system, by input source.
+std::mutex gSourcesLock;
+std::map<int, android::sp<android::host::PushedPcm>> gSources;  // guarded by gSourcesLock
+
 }  // namespace
 
 extern "C" {
@@ -93,7 +99,40 @@ JNIEXPORT jobjectArray JNICALL Java_velmar_speech_test_NativeLog_lines(JNIEnv* e
     return stringArray(env, lines);
 }
 
+// ---- HostAudio -----------------------------------------------------------------------------
+
+JNIEXPORT void JNICALL Java_velmar_speech_test_HostAudio_reset(JNIEnv*, jclass) {
+    std::lock_guard<std::mutex> guard(gSourcesLock);
+    gSources.clear();
+    android::host::reset();
+}
+
+JNIEXPORT void JNICALL Java_velmar_speech_test_HostAudio_push(JNIEnv* env, jclass, jint source,
+                                                              jshortArray samples) {
+    std::vector<int16_t> copy(static_cast<size_t>(env->GetArrayLength(samples)));
+    env->GetShortArrayRegion(samples, 0, static_cast<jsize>(copy.size()), copy.data());
+    std::lock_guard<std::mutex> guard(gSourcesLock);
+    android::sp<android::host::PushedPcm>& pcm = gSources[source];
+    if (pcm == nullptr) {
+        pcm = new android::host::PushedPcm();
+        android::host::attachSource(static_cast<audio_source_t>(source), pcm);
+    }
+    pcm->push(std::move(copy));
+}
+
 // ---- FakeNorvo: scripts and records ------------------------------------------------------------
+
+// Every sample pushed to the decoder so far.
+JNIEXPORT jshortArray JNICALL Java_velmar_speech_test_FakeNorvo_pushedSamples(JNIEnv* env, jclass,
+                                                                            jstring decoderId) {
+    std::vector<int16_t> samples = norvo_fake::pushedSamples(text(env, decoderId));
+    jshortArray array = env->NewShortArray(static_cast<jsize>(samples.size()));
+    if (array != nullptr) {
+        env->SetShortArrayRegion(array, 0, static_cast<jsize>(samples.size()), samples.data());
+    }
+    return array;
+}
+
 
 JNIEXPORT void JNICALL Java_velmar_speech_test_FakeNorvo_reset(JNIEnv*, jclass) {
     norvo_fake::reset();

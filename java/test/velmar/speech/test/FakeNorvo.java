@@ -14,6 +14,8 @@ public final class FakeNorvo {
     public static native void setModelSetAttributes(String modelSetId, String json);
     public static native void scriptKeyword(String decoderId, short trigger, String keyword,
             byte[] blob);
+    /** Every sample pushed to the decoder so far. */
+    public static native short[] pushedSamples(String decoderId);
     /** Recorded calls of op, each as its arguments joined with '|'. */
     public static native String[] calls(String op);
 

@@ -119,13 +119,22 @@ class ControlNativesTest extends ServiceHarness {
 
         assertTrue(core.nSetPushDataToPlaybackDetectorEnabled(false));  // the previous value
         assertFalse(core.nSetPushDataToPlaybackDetectorEnabled(true));
-        assertEquals(22, core.nNotifyTtsState(true));  // no playback notifier on this service
-        assertTrue(NativeLog.contains(NativeLog.ERROR,
-                "notifyTtsState: Error setting native tts state. Error=22"));
+        assertEquals(0, core.nNotifyTtsState(true));
+        events = FakeNorvo.calls("NorvoDecoder_PushClientEvents");
+        assertTrue(java.util.Arrays.asList(events).contains(INPUT + "|1|TTSPlayerState|1"));
         assertEquals(0, core.nResetAudioInput());
         assertEquals(0, core.nGetInputFrameCount());
         assertTrue(core.nGetInputFrameTime() > 0);
         assertEquals(0, core.nGetPlaybackFrameCount());
+    }
+
+    @Test
+    void ttsStateWithoutAPlaybackNotifierIsRefusedWith22() {
+        flags[1] = true;  // playback suppressed at creation: no notifier
+        assertEquals(0, create());
+        assertEquals(22, core.nNotifyTtsState(true));
+        assertTrue(NativeLog.contains(NativeLog.ERROR,
+                "notifyTtsState: Error setting native tts state. Error=22"));
     }
 
     @Test
