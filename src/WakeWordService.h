@@ -267,23 +267,51 @@ class WakeWordService : public android::RefBase {
     // Tells the playback notifier whether text-to-speech plays. 22 (positive) without a notifier.
     android::status_t notifyTtsState(bool isPlaying);
 
-    // ---- Audio event detection ----
+    // ---- Audio event detection (WakeWordServiceAed.cpp) ----
+    // Rebuilds the AED model set (static manifest, then the custom sounds configuration) and, when
+    // enabled, a new decoder (multichannel with three-channel input, else 16-bit PCM), switching
+    // detection off first and on again after. BAD_VALUE without a static manifest (nothing is
+    // touched); an engine failure returns its status with detection off.
     android::status_t setAudioEventDetectionMode(bool enabled);
+    // Tells the AED decoder (client event) and the input path whether detection is on. 0 when the
+    // state is unchanged; mInitStatus on a failed service.
+    android::status_t notifyAedModeChange(bool enabled);
+    // Pushes input audio to the AED decoder.
     android::status_t detectAudioPresenceData(void* buffer, size_t sampleCount,
                                               uint64_t firstSampleIndex);
+    // New static manifest (drops the custom configuration), then a rebuild in the current mode.
     android::status_t setAedStaticModel(const char* manifestPath);
+    // New custom sounds configuration (null or empty: none), then a rebuild in the current mode.
     android::status_t setAedCustomModel(const char* customModelPath);
+    // json: constant "{}" text (static storage), or untouched on a failed service.
     android::status_t getAudioPresenceData(const char*& json);
+    // Reports the custom model gone (status callback false).
     void destroyAedCustomModel();
-    void destroyAedDecoderAndStaticModel(bool destroyDecoder, bool destroyStaticModel);
+    // Deletes the decoder and/or the model set when they exist; always reports the static decoder
+    // stopped.
+    void destroyAedDecoderAndStaticModel(bool deleteDecoder, bool deleteModelSet);
 
-    // ---- Natural turn taking ----
+    // ---- Natural turn taking (WakeWordServiceNtt.cpp) ----
+    // Creates the separate "wws_ntt" decoder unless it exists, from manifestPath or the default
+    // manifest. The engine status on failure (mNttDecoderReady stays false).
     android::status_t initializeNttDecoder(const char* manifestPath);
+    // The engine work of creating it, under mNttLock: model set, decoder, status callback true,
+    // the current configuration, thread priority. The configuration call's status.
+    android::status_t setNttModel(const char* manifestPath);
+    // Deletes the separate decoder (when it exists) and its model set; reports false always.
+    void destroyNttModel();
+    // Replaces the separate model, restoring the previous one when the new one fails. 0 without
+    // change on a unified model.
+    android::status_t switchNttModel(const char* nttModelManifestPath);
+    // Switches turn taking and chooses its configuration (modes 0 to 3; any other mode with
+    // enabled applies DISABLED). The configuration call's status, or the creation's failure.
+    android::status_t setNttDetectionMode(bool enabled, int mode);
     // Pushes input audio to the separate NTT decoder when it exists; 0 otherwise.
     android::status_t pushAudioToNttDecoder(void* buffer, size_t sampleCount,
                                             uint64_t firstSampleIndex);
-    android::status_t setNttDetectionMode(bool enabled, int mode);
-    android::status_t switchNttModel(const char* nttModelManifestPath);
+    // Client events placed in the input audio: a computer-vision event (to the unified input
+    // decoder or the separate decoder; ignored without either) and a speaker-localization event
+    // (separate decoder only). Time stamps are CLOCK_MONOTONIC milliseconds; 16 frames per ms.
     android::status_t onCVEvent(const char* eventJson, int64_t clientTimestamp);
     android::status_t onSpeakerLocalizationEvent(const char* eventJson,
                                                  int64_t clientBeginTimestamp,
@@ -291,13 +319,19 @@ class WakeWordService : public android::RefBase {
     bool isNttDecoderReady() { return mNttDecoderReady; }
     bool isNttSupportedInWwModel() { return mNttSupportedInWwModel; }
 
-    // ---- PMA ----
+    // ---- PMA (WakeWordServicePma.cpp) ----
+    // Loads the PMA model unless loaded, under mPmaLock. 0, or mInitStatus on a failed service.
+    android::status_t initializePmaDecoder(const char* manifestPath);
+    // The model-loading step: no engine work is defined for it; returns 0.
+    android::status_t setPmaModel(const char* manifestPath);
+    // Replaces the model (destroy, then load), restoring the previous path's on failure.
     android::status_t switchPmaModel(const char* manifestPath);
+    // Deletes the PMA decoder and model set when loaded (under mPmaLock), then reports false.
+    void destroyPmaModel();
     // Pushes playback audio to the PMA decoder when it exists; skips (0) while a model change
     // holds mPmaLock, so the playback thread never waits.
     android::status_t pushAudioToPmaDecoder(void* buffer, size_t sampleCount,
                                             uint64_t firstSampleIndex);
-    void destroyNttModel();
 
     // ---- Members, in declaration order ----
     // Counters and the flags the audio paths read are written on other threads: they are atomics
@@ -377,6 +411,13 @@ class WakeWordService : public android::RefBase {
     NorvoFederatedLearning_idleDetectionCallback mFederatedLearningIdleDetectionCallback;
 
   private:
+    // Calls a decoder-status callback; a host program may construct the service without one.
+    static void reportDecoderStatus(void (*callback)(bool), bool started) {
+        if (callback != nullptr) callback(started);
+    }
+    // Words 0 to 6 of a decoder format for three interleaved channels of 16 kHz, 16-bit audio.
+    static void setThreeChannelFormat(NorvoMultichannelAudioFormat& format);
+
     // Where the one-mic split puts the two channels of one buffer (bytes each).
     struct ChannelSplit {
         uint8_t* channel0;

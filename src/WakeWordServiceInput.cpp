@@ -271,18 +271,6 @@ status_t WakeWordService::detectAudioDataFromAudioInput(void* buffer, size_t sam
     return detectAudioData(buffer, sampleCount, firstSampleIndex, kInputDecoderId);
 }
 
-status_t WakeWordService::detectAudioPresenceData(void* buffer, size_t sampleCount,
-                                                  uint64_t firstSampleIndex) {
-    return detectAudioData(buffer, sampleCount, firstSampleIndex, kAudioPresenceDecoderId);
-}
-
-status_t WakeWordService::pushAudioToNttDecoder(void* buffer, size_t sampleCount,
-                                                uint64_t firstSampleIndex) {
-    // With a unified model the input decoder already hears this audio.
-    if (!mNttDecoderReady.load(std::memory_order_relaxed)) return android::NO_ERROR;
-    return detectAudioData(buffer, sampleCount, firstSampleIndex, kNttDecoderId);
-}
-
 bool WakeWordService::isInputDecoderId(const char* decoderId) {
     return decoderId != nullptr && strcmp(decoderId, kInputDecoderId) == 0;
 }

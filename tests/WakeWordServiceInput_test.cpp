@@ -252,23 +252,20 @@ TEST_F(WakeWordServiceInput, InjectionNeverWritesIntoTheMicrophonesSplitBuffers)
 }
 
 TEST_F(WakeWordServiceInput, FanOutOrderAndTheLastEnabledStepsStatus) {
+    config.aedAvailable = true;
     sp<WakeWordService> service = start();
-    // Stand-ins for the AED and separate NTT decoders.
-    ASSERT_EQ(0, NorvoModelSet_New("aux", "/aux", ""));
-    for (const char* id : {"WakeWordService_audiopresence_decoder", "wws_ntt"}) {
-        ASSERT_EQ(0, NorvoDecoder_NewSpotterAudioDecoder(
-                             id, "aux", "norvo",
-                             NorvoDecoder_NewNorvoMultichannelAudioFormat_Default(), "{}"));
-    }
-    service->mAedEnabled = true;
-    service->mNttDetectionEnabled = true;
-    service->mNttDecoderReady = true;
+    ASSERT_EQ(0, service->setAudioEventDetectionMode(true));
+    ASSERT_EQ(0, service->setNttDetectionMode(true, 0));
     std::vector<int16_t> samples = interleaved(160, 1);
     size_t mark = norvo_fake::calls().size();
-    EXPECT_EQ(0, service->passAudioForDetection(samples.data(), 160));
+    wws_test::deliverInput(*service, samples, 160);
     std::vector<std::string> order;
     auto all = norvo_fake::calls();
-    for (size_t i = mark; i < all.size(); ++i) order.push_back(all[i].args[0]);
+    for (size_t i = mark; i < all.size(); ++i) {
+        ASSERT_EQ("NorvoDecoder_PushAudioEvent", all[i].op);
+        EXPECT_EQ(sampleEvent(160, 0), all[i].args[2]);  // one sample event for every decoder
+        order.push_back(all[i].args[0]);
+    }
     EXPECT_EQ((std::vector<std::string>{kInput, "WakeWordService_audiopresence_decoder",
                                         "wws_ntt"}),
               order);

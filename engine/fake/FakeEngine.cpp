@@ -35,8 +35,14 @@ bool FakeEngine::recordCall(const std::string& op, std::vector<std::string> args
 
 bool FakeEngine::recordCall_l(const std::string& op, std::vector<std::string> args,
                               NorvoStatus* status) {
+    auto once = args.empty() ? mOnceStatus.end() : mOnceStatus.find({op, args[0]});
     auto byId = args.empty() ? mIdStatus.end() : mIdStatus.find({op, args[0]});
     mCalls.push_back(Call{op, std::move(args)});
+    if (once != mOnceStatus.end()) {
+        *status = once->second;
+        mOnceStatus.erase(once);
+        return true;
+    }
     if (byId != mIdStatus.end()) {
         *status = byId->second;
         return true;
@@ -258,6 +264,7 @@ void FakeEngine::reset() {
         mCalls.clear();
         mOpStatus.clear();
         mIdStatus.clear();
+        mOnceStatus.clear();
         mAttributes.clear();
         mModelSets.clear();
         mCallbacks = Callbacks{};
@@ -289,10 +296,16 @@ void FakeEngine::setStatus(const std::string& op, const std::string& id, NorvoSt
     }
 }
 
+void FakeEngine::setStatusOnce(const std::string& op, const std::string& id, NorvoStatus status) {
+    std::lock_guard<std::mutex> guard(mLock);
+    mOnceStatus[{op, id}] = status;
+}
+
 void FakeEngine::clearStatuses() {
     std::lock_guard<std::mutex> guard(mLock);
     mOpStatus.clear();
     mIdStatus.clear();
+    mOnceStatus.clear();
 }
 
 void FakeEngine::setModelSetAttributes(const std::string& id, const std::string& json) {
@@ -382,6 +395,9 @@ void setStatus(const std::string& op, NorvoStatus status) {
 }
 void setStatus(const std::string& op, const std::string& id, NorvoStatus status) {
     FakeEngine::instance().setStatus(op, id, status);
+}
+void setStatusOnce(const std::string& op, const std::string& id, NorvoStatus status) {
+    FakeEngine::instance().setStatusOnce(op, id, status);
 }
 void clearStatuses() {
     FakeEngine::instance().clearStatuses();

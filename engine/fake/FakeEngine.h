@@ -52,6 +52,7 @@ class FakeEngine {
     void reset();
     std::vector<Call> calls();
     void setStatus(const std::string& op, const std::string& id, NorvoStatus status);
+    void setStatusOnce(const std::string& op, const std::string& id, NorvoStatus status);
     void clearStatuses();
     void setModelSetAttributes(const std::string& id, const std::string& json);
     void setLibraryAttributes(const std::string& text);
@@ -79,6 +80,7 @@ class FakeEngine {
     std::vector<Call> mCalls;                                              // guarded by mLock
     std::map<std::string, NorvoStatus> mOpStatus;                          // guarded by mLock
     std::map<std::pair<std::string, std::string>, NorvoStatus> mIdStatus;  // guarded by mLock
+    std::map<std::pair<std::string, std::string>, NorvoStatus> mOnceStatus;  // guarded by mLock
     std::map<std::string, std::string> mAttributes;                        // guarded by mLock
     std::map<std::string, ModelSetInfo> mModelSets;                        // guarded by mLock
     std::map<std::string, std::shared_ptr<Decoder>> mDecoders;             // guarded by mLock

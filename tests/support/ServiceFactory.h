@@ -4,6 +4,7 @@
 
 #include <WakeWordService.h>
 
+#include <string>
 #include <vector>
 
 namespace wws_test {
@@ -26,6 +27,10 @@ void testFederatedLearningUnsecured(const char*, const char*,
                                     NorvoFederatedLearningUnsecuredEvent*);
 void testFederatedLearningIdle(const char*, const char*,
                                NorvoFederatedLearningIdleDetectionResult*);
+
+// What the four decoder-status callbacks above were told, in order: "aedStatic:1", "ntt:0", ...
+std::vector<std::string> statusReports();
+void clearStatusReports();
 
 android::sp<velmar::AudioStream> makeStream(audio_format_t format = AUDIO_FORMAT_PCM_16_BIT,
                                             uint32_t channels = 1);

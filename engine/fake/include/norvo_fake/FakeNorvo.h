@@ -59,6 +59,8 @@ std::vector<std::string> callNames();
 void setStatus(const std::string& op, NorvoStatus status);
 // Calls of op whose first argument (a model-set or decoder id) equals id return status.
 void setStatus(const std::string& op, const std::string& id, NorvoStatus status);
+// Only the next call of op whose first argument equals id returns status (then the script is gone).
+void setStatusOnce(const std::string& op, const std::string& id, NorvoStatus status);
 void clearStatuses();
 
 void setModelSetAttributes(const std::string& modelSetId, const std::string& json);
