@@ -96,7 +96,7 @@ TEST_F(PlaybackStatusNotifierTest, StartReportsEachIdleStreamOnceOnItsThread) {
     EXPECT_NE(thisThread(), all[1].thread);
     EXPECT_EQ(all[1].thread, all[2].thread);
     // The kernel keeps 15 characters of "PlaybackStatusNotifer".
-    EXPECT_EQ(1, wws_test::threadsNamed("PlaybackStatusN"));
+    EXPECT_TRUE(wws_test::waitFor([] { return wws_test::threadsNamed("PlaybackStatusN") == 1; }));
     // Nothing changes, so nothing more is reported, however many polls pass.
     EXPECT_FALSE(wws_test::waitFor([&] { return reports.count() > 3; },
                                    std::chrono::milliseconds(350)));
@@ -104,7 +104,7 @@ TEST_F(PlaybackStatusNotifierTest, StartReportsEachIdleStreamOnceOnItsThread) {
 
     notifier->startMonitor();  // running already
     EXPECT_TRUE(log.contains(ANDROID_LOG_ERROR, kTag, "PlaybackStatusNotifer has already started"));
-    EXPECT_EQ(1, wws_test::threadsNamed("PlaybackStatusN"));
+    EXPECT_TRUE(wws_test::waitFor([] { return wws_test::threadsNamed("PlaybackStatusN") == 1; }));
 }
 
 TEST_F(PlaybackStatusNotifierTest, StreamChangesAreReportedOnceEach) {

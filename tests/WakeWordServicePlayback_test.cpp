@@ -165,7 +165,7 @@ TEST_F(WakeWordServicePlayback, PlaybackStatesBecomeClientEvents) {
     EXPECT_EQ(0, service->processPlaybackNotifierCallback(false, AUDIO_STREAM_TTS));
     EXPECT_EQ(0, service->processPlaybackNotifierCallback(true, AUDIO_STREAM_ALARM));
     EXPECT_EQ(0, service->processPlaybackNotifierCallback(true, AUDIO_STREAM_NOTIFICATION));
-    EXPECT_EQ((std::vector<std::string>{"NearMissEnabled|0", "AudioPlayerState|1",
+    EXPECT_EQ((std::vector<std::string>{"ASPState|0", "NearMissEnabled|0", "AudioPlayerState|1",
                                         "TTSPlayerState|0", "AlarmState|1"}),
               clientEvents(kInput));
 

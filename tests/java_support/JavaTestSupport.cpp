@@ -13,6 +13,7 @@
 #include <vector>
 
 #include "LogCapture.h"
+#include "ServiceFactory.h"
 #include "WakeWordService.h"
 #include "WakeWordServiceJni.h"  // the bridge's entry points, called directly
 
@@ -76,8 +77,12 @@ std::map<int, android::sp<android::host::PushedPcm>> gSources;  // guarded by gS
 extern "C" {
 
 // This library's own load hook. Without it the VM would find the bridge's JNI_OnLoad through this
-// library's dependencies and run it when the test helpers load.
-JNIEXPORT jint JNI_OnLoad(JavaVM*, void*) { return JNI_VERSION_1_4; }
+// library's dependencies and run it when the test helpers load. It also publishes the device's
+// audio signal processor service, which every service created in the tests looks for.
+JNIEXPORT jint JNI_OnLoad(JavaVM*, void*) {
+    wws_test::signalProcessor();
+    return JNI_VERSION_1_4;
+}
 
 // ---- NativeLog -------------------------------------------------------------------------------
 

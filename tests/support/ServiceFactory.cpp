@@ -45,7 +45,14 @@ android::sp<velmar::AudioStream> makeStream(audio_format_t format, uint32_t chan
     return new velmar::AudioStream(velmar::AudioStreamFormat{format, 16000, channels}, 1u << 16);
 }
 
+android::sp<asp::host::AudioSignalProcessorService> signalProcessor() {
+    static android::sp<asp::host::AudioSignalProcessorService> service =
+            asp::host::publishService();
+    return service;
+}
+
 velmar::WakeWordService* constructService(ServiceConfig& c) {
+    signalProcessor();
     return new velmar::WakeWordService(
             c.packageName, testEnumeratedResult, testAcousticEventResult, testLocalCommandResult,
             testNttResult, testNttEndOfSpeech, testJsondata, testAedStaticStatus,

@@ -3,6 +3,7 @@
 #pragma once
 
 #include <WakeWordService.h>
+#include <asp/HostAudioSignalProcessor.h>
 
 #include <string>
 #include <vector>
@@ -60,6 +61,11 @@ struct ServiceConfig {
     int32_t localTimeOffset = 3600;
     int ttsStreamType = 9;
 };
+
+// The host "audiosignalprocessor" service every service of the tests finds, as on a device (its
+// monitor would otherwise search for it, once per lookup wait, for the service's whole life).
+// Published on first use.
+android::sp<asp::host::AudioSignalProcessorService> signalProcessor();
 
 // Constructs without taking a strong reference, so initialize() has not run yet. The caller owns
 // the object through the returned raw pointer until it assigns it to an sp.

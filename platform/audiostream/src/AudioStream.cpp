@@ -120,6 +120,11 @@ void AudioStream::publish(uint32_t end, size_t bytes) {
     if (mWaiters.load(std::memory_order_seq_cst) > 0) wakeReaders();
 }
 
+void AudioStream::invalidate() {
+    mInvalid.store(true);
+    wakeReaders();
+}
+
 void AudioStream::wakeReaders() {
     mWakeSequence.fetch_add(1, std::memory_order_seq_cst);
     futexWakeAll(&mWakeSequence);
@@ -183,6 +188,7 @@ ssize_t AudioStreamReader::read(void* buffer, size_t bytes, int timeoutMs) {
     if (bytes == 0) return 0;
     if (buffer == nullptr) return BAD_VALUE;
     AudioStream& stream = *mStream;
+    if (stream.mInvalid.load()) return android::DEAD_OBJECT;
     const int64_t capacity = static_cast<int64_t>(stream.capacity());
     const int64_t deadline = timeoutMs > 0 ? monotonicMs() + timeoutMs : 0;
     for (;;) {
@@ -204,6 +210,7 @@ ssize_t AudioStreamReader::read(void* buffer, size_t bytes, int timeoutMs) {
             mPosition.store(start + static_cast<uint32_t>(count), std::memory_order_relaxed);
             return static_cast<ssize_t>(count);
         }
+        if (stream.mInvalid.load()) return android::DEAD_OBJECT;
         if (timeoutMs == 0 || mUnblocked.load() || mClosed.load()) return 0;
         int waitMs = -1;
         if (timeoutMs > 0) {
@@ -213,7 +220,8 @@ ssize_t AudioStreamReader::read(void* buffer, size_t bytes, int timeoutMs) {
         }
         stream.mWaiters.fetch_add(1, std::memory_order_seq_cst);
         uint32_t sequence = stream.mWakeSequence.load(std::memory_order_seq_cst);
-        if (stream.mWritePos.load(std::memory_order_seq_cst) == written && !mUnblocked.load()) {
+        if (stream.mWritePos.load(std::memory_order_seq_cst) == written && !mUnblocked.load() &&
+            !stream.mInvalid.load()) {
             futexWait(&stream.mWakeSequence, sequence, waitMs);
         }
         stream.mWaiters.fetch_sub(1, std::memory_order_seq_cst);
@@ -223,6 +231,7 @@ ssize_t AudioStreamReader::read(void* buffer, size_t bytes, int timeoutMs) {
 status_t AudioStreamReader::getPosition(uint32_t* position) const {
     if (position == nullptr) return BAD_VALUE;
     if (mClosed.load()) return INVALID_OPERATION;
+    if (mStream->mInvalid.load()) return android::DEAD_OBJECT;
     *position = mPosition.load();
     return NO_ERROR;
 }

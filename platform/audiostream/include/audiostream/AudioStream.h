@@ -56,6 +56,9 @@ class AudioStream : public virtual android::RefBase {
     android::status_t openWriter(android::sp<AudioStreamWriter>& writer);
     // Opens a reader positioned at the current write position. Always NO_ERROR.
     android::status_t openReader(android::sp<AudioStreamReader>& reader);
+    // Host only: the stream's owner withdraws it. Every reader, open or opened later, fails its
+    // position queries and reads with DEAD_OBJECT; readers waiting for data return.
+    void invalidate();
 
   private:
     friend class AudioStreamReader;
@@ -76,6 +79,7 @@ class AudioStream : public virtual android::RefBase {
     // from before the first write, whatever position they ask for.
     std::atomic<uint32_t> mHeld{0};
     std::atomic<bool> mWriterOpen{false};
+    std::atomic<bool> mInvalid{false};
     std::atomic<uint32_t> mWakeSequence{0};  // futex word for blocked readers
     std::atomic<int> mWaiters{0};
 };
@@ -108,8 +112,10 @@ class AudioStreamReader : public virtual android::RefBase {
     // with a negative value it waits until data arrives or unblock() is called. Returns the number
     // of bytes read (fewer than asked when fewer are written so far), 0 when none was available,
     // NOT_ENOUGH_DATA when the stream no longer (or never) held the byte at the position (the
-    // position is kept), INVALID_OPERATION after close(), BAD_VALUE for a null buffer.
+    // position is kept), INVALID_OPERATION after close(), DEAD_OBJECT once the stream is
+    // invalidated, BAD_VALUE for a null buffer.
     ssize_t read(void* buffer, size_t bytes, int timeoutMs = 0);
+    // INVALID_OPERATION after close(), DEAD_OBJECT once the stream is invalidated.
     android::status_t getPosition(uint32_t* position) const;
     // Moves the read position. A position ahead of the writer waits for the writer to reach it;
     // one the stream does not hold makes the next read fail with NOT_ENOUGH_DATA.
