@@ -4,12 +4,12 @@
 set -euo pipefail
 
 packages=(
-  build-essential cmake
+  build-essential cmake pkg-config
   android-libutils-dev android-liblog-dev android-libcutils-dev android-libbase-dev
   android-libnativehelper-dev
   rapidjson-dev libsndfile1-dev
   libgtest-dev libgmock-dev libbenchmark-dev
-  g++-arm-linux-gnueabihf qemu-user
+  g++-arm-linux-gnueabihf qemu-user blueprint-tools
   openjdk-17-jdk-headless junit5
 )
 
