@@ -183,6 +183,26 @@ NorvoStatus FakeEngine::pushAudio(const char* id, const NorvoAudioEvent* event) 
         }
         if (recordCall_l("NorvoDecoder_PushAudioEvent", std::move(args), &status)) return status;
     }
+    // Counted pushes are tallied whether or not the decoder exists: a push racing the decoder's
+    // deletion was still made, and its buffer still counted by the client.
+    if (!mRecordPushes && id != nullptr && event != nullptr && event->metadata != nullptr) {
+        unsigned int count = 0;
+        unsigned long long first = 0;
+        sscanf(event->metadata, "{ \"sample_count\":%u, \"first_sample_index\":%llu }", &count,
+               &first);
+        Tally& tally = mTallies[id];
+        if (tally.counts.events != 0 && first != tally.nextIndex) ++tally.counts.discontinuities;
+        ++tally.counts.events;
+        tally.counts.samples += count;
+        // The index counts frames; interleaved channels put several samples in one frame.
+        auto decoder = mDecoders.find(id);
+        const uint32_t channels =
+                decoder == mDecoders.end()
+                        ? 1
+                        : decoder->second->info.format.words[NORVO_AUDIO_FORMAT_WORD_CHANNEL_COUNT];
+        tally.nextIndex = first + count / (channels == 0 ? 1 : channels);
+        return decoder == mDecoders.end() ? kNotFound : NORVO_SUCCESS;
+    }
     if (id == nullptr || mDecoders.count(id) == 0) return kNotFound;
     if (mRecordPushes && event != nullptr && event->metadata != nullptr) {
         // The engine learns the event's size from its metadata, as a real one does.
@@ -235,6 +255,17 @@ void FakeEngine::scriptKeyword(const std::string& decoderId, int16_t trigger,
     mKeywords[decoderId] = ScriptedKeyword{trigger, keyword, blob};
 }
 
+void FakeEngine::setAudioPushesCountedOnly(bool counted) {
+    std::lock_guard<std::mutex> guard(mLock);
+    mRecordPushes = !counted;
+}
+
+PushTally FakeEngine::pushTally(const std::string& id) {
+    std::lock_guard<std::mutex> guard(mLock);
+    auto found = mTallies.find(id);
+    return found == mTallies.end() ? PushTally{} : found->second.counts;
+}
+
 std::vector<int16_t> FakeEngine::pushedSamples(const std::string& id) {
     std::lock_guard<std::mutex> guard(mLock);
     auto found = mPushedSamples.find(id);
@@ -269,6 +300,7 @@ void FakeEngine::reset() {
         mModelSets.clear();
         mCallbacks = Callbacks{};
         mRecordPushes = true;
+        mTallies.clear();
         mBeforeDelete = nullptr;
         mBeforePush = nullptr;
         mPushedSamples.clear();
@@ -436,6 +468,12 @@ int decoderThreadNice(const std::string& decoderId) {
 }
 
 void setAudioPushesIgnored(bool ignored) { FakeEngine::instance().setAudioPushesIgnored(ignored); }
+void setAudioPushesCountedOnly(bool counted) {
+    FakeEngine::instance().setAudioPushesCountedOnly(counted);
+}
+PushTally pushTally(const std::string& decoderId) {
+    return FakeEngine::instance().pushTally(decoderId);
+}
 std::vector<int16_t> pushedSamples(const std::string& decoderId) {
     return FakeEngine::instance().pushedSamples(decoderId);
 }

@@ -57,6 +57,8 @@ class FakeEngine {
     void setModelSetAttributes(const std::string& id, const std::string& json);
     void setLibraryAttributes(const std::string& text);
     void setAudioPushesIgnored(bool ignored) { mIgnorePushes.store(ignored); }
+    void setAudioPushesCountedOnly(bool counted);
+    PushTally pushTally(const std::string& id);
     std::vector<int16_t> pushedSamples(const std::string& id);
     std::vector<std::string> pushedMetadata(const std::string& id);
     bool modelSet(const std::string& id, ModelSetInfo* out);
@@ -86,6 +88,11 @@ class FakeEngine {
     std::map<std::string, std::shared_ptr<Decoder>> mDecoders;             // guarded by mLock
     Callbacks mCallbacks{};                                                // guarded by mLock
     bool mRecordPushes = true;                                             // guarded by mLock
+    struct Tally {
+        PushTally counts{};
+        uint64_t nextIndex = 0;
+    };
+    std::map<std::string, Tally> mTallies;  // guarded by mLock
     std::function<void(const std::string&)> mBeforeDelete;                 // guarded by mLock
     std::function<void(const std::string&)> mBeforePush;                   // guarded by mLock
     std::map<std::string, std::vector<int16_t>> mPushedSamples;       // guarded by mLock

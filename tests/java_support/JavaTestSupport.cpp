@@ -3,6 +3,7 @@
 // captures the Android log. Test code only; never part of the service.
 #include <dlfcn.h>
 #include <jni.h>
+#include <media/AudioRecord.h>
 #include <media/HostAudio.h>
 #include <norvo_fake/FakeNorvo.h>
 
@@ -441,6 +442,45 @@ JNIEXPORT jint JNICALL Java_velmar_speech_test_FakeNorvo_callBridgeDirectly(JNIE
                          : 1;
     }).join();
     return result;
+}
+
+JNIEXPORT void JNICALL Java_velmar_speech_test_FakeNorvo_setAudioPushesCountedOnly(JNIEnv*, jclass,
+                                                                                  jboolean counted) {
+    norvo_fake::setAudioPushesCountedOnly(counted);
+}
+
+// {events, samples, discontinuities} pushed to the decoder while pushes were only counted.
+JNIEXPORT jlongArray JNICALL Java_velmar_speech_test_FakeNorvo_pushTally(JNIEnv* env, jclass,
+                                                                        jstring decoderId) {
+    norvo_fake::PushTally tally = norvo_fake::pushTally(text(env, decoderId));
+    const jlong values[3] = {static_cast<jlong>(tally.events), static_cast<jlong>(tally.samples),
+                             static_cast<jlong>(tally.discontinuities)};
+    jlongArray array = env->NewLongArray(3);
+    if (array != nullptr) env->SetLongArrayRegion(array, 0, 3, values);
+    return array;
+}
+
+// Delivers buffers of frames frames (a ramp) to the service at address through its microphone or
+// playback AudioRecord callback, on a new native thread, as fast as they go; returns when done.
+JNIEXPORT void JNICALL Java_velmar_speech_test_FakeNorvo_deliverBuffers(JNIEnv*, jclass,
+                                                                       jlong address,
+                                                                       jboolean playback,
+                                                                       jint buffers, jint frames) {
+    auto* service = reinterpret_cast<velmar::WakeWordService*>(static_cast<uintptr_t>(address));
+    std::thread([=] {
+        const size_t channels = playback ? 1 : velmar::gChannelCount;
+        std::vector<int16_t> samples(static_cast<size_t>(frames) * channels);
+        for (size_t i = 0; i < samples.size(); ++i) samples[i] = static_cast<int16_t>(i);
+        android::AudioRecord::Buffer buffer;
+        buffer.frameCount = static_cast<size_t>(frames);
+        buffer.size = samples.size() * sizeof(int16_t);
+        buffer.raw = samples.data();
+        auto callback = playback ? velmar::WakeWordService::playbackAudioRecordCallbackFn
+                                 : velmar::WakeWordService::audioRecordCallbackFn;
+        for (jint i = 0; i < buffers; ++i) {
+            callback(android::AudioRecord::EVENT_MORE_DATA, service, &buffer);
+        }
+    }).join();
 }
 
 // Deliberately leaks local references, so that the test runner can be shown to fail on the

@@ -70,6 +70,17 @@ void setLibraryAttributes(const std::string& text);
 // allocation, no record (for measuring the caller's own cost).
 void setAudioPushesIgnored(bool ignored);
 
+// When true, NorvoDecoder_PushAudioEvent keeps no record of the call or the samples: it only adds
+// each event's sample count to its decoder's tally and checks that every event's first sample
+// index continues where the decoder's previous one ended (for long runs at constant memory).
+void setAudioPushesCountedOnly(bool counted);
+struct PushTally {
+    uint64_t events;
+    uint64_t samples;
+    uint64_t discontinuities;  // events whose first index was not the previous event's end
+};
+PushTally pushTally(const std::string& decoderId);
+
 // Every sample pushed to a decoder id so far (sample_count samples of each "samples" event), and
 // the metadata text of each push, in order. Kept across the decoder's deletion until reset().
 std::vector<int16_t> pushedSamples(const std::string& decoderId);

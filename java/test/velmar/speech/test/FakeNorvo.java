@@ -44,6 +44,16 @@ public final class FakeNorvo {
     public static native void fireConcurrently(int threads, int perThread, int blobSize);
     public static native void fireDecoderStatus(String which, boolean started);
     public static native int callJniOnLoad();
+    /** Pushes are only tallied from now on (no record, constant memory). */
+    public static native void setAudioPushesCountedOnly(boolean counted);
+    /** {events, samples, discontinuities} pushed to the decoder while only counted. */
+    public static native long[] pushTally(String decoderId);
+    /**
+     * Delivers buffers of frames frames to the service at address through its microphone (or
+     * playback) AudioRecord callback on a native thread, as fast as they go; returns when done.
+     */
+    public static native void deliverBuffers(long address, boolean playback, int buffers,
+            int frames);
     /** Creates count local references and returns without releasing them (a JNI misuse). */
     public static native void leakLocalReferences(int count);
     public static native String describeService(long address);
