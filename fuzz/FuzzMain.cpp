@@ -1,9 +1,13 @@
 // Runs a fuzz target over files without libFuzzer, so that the seed corpus and every input that
 // once crashed are replayed by ordinary builds (g++, sanitizers, ARM) as regression tests.
 //   <target> <file or folder>...
+// 64-bit file offsets and inode numbers on 32-bit builds too: without them readdir() fails on
+// file systems with large inode numbers.
+#define _FILE_OFFSET_BITS 64
 #include <dirent.h>
 #include <sys/stat.h>
 
+#include <cerrno>
 #include <cstdint>
 #include <cstdio>
 #include <fstream>
@@ -46,12 +50,23 @@ int main(int argc, char** argv) {
             continue;
         }
         DIR* dir = opendir(argv[i]);
-        while (dirent* entry = dir == nullptr ? nullptr : readdir(dir)) {
-            if (entry->d_name[0] == '.') continue;
-            failures += runFile(std::string(argv[i]) + "/" + entry->d_name);
-            ++inputs;
+        if (dir == nullptr) {
+            std::perror(argv[i]);
+            return 1;
         }
-        if (dir != nullptr) closedir(dir);
+        errno = 0;
+        while (dirent* entry = readdir(dir)) {
+            if (entry->d_name[0] != '.') {
+                failures += runFile(std::string(argv[i]) + "/" + entry->d_name);
+                ++inputs;
+            }
+            errno = 0;
+        }
+        if (errno != 0) {
+            std::perror(argv[i]);
+            ++failures;
+        }
+        closedir(dir);
     }
     std::printf("%d inputs replayed\n", inputs);
     return failures == 0 && inputs > 0 ? 0 : 1;
