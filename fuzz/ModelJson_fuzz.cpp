@@ -54,15 +54,16 @@ void checkKeywordList(const std::string& input) {
 
 void checkBetaEnabled(const std::string& input) {
     const std::string output = velmar::generateBetaEnabledJson(input);
-    constexpr unsigned kExact = rapidjson::kParseFullPrecisionFlag;
+    // Default precision on purpose: rapidjson 1.1's full-precision parse reads "0e-25" as
+    // garbage. The same number text parses to the same double, which is what is compared.
     rapidjson::Document original;
-    original.Parse<kExact>(input.c_str(), input.size());
+    original.Parse(input.c_str(), input.size());
     if (original.HasParseError() || !original.IsObject()) {
         require(output == input, "input that is not an object comes back unchanged");
         return;
     }
     rapidjson::Document result;
-    result.Parse<kExact>(output.c_str(), output.size());
+    result.Parse(output.c_str(), output.size());
     require(!result.HasParseError() && result.IsObject(), "output is a JSON object");
     require(result.MemberCount() == original.MemberCount() + 1, "one member is added");
     auto kept = result.MemberBegin();
