@@ -11,6 +11,7 @@ packages=(
   libgtest-dev libgmock-dev libbenchmark-dev
   g++-arm-linux-gnueabihf
   openjdk-17-jdk-headless junit5
+  libpocketsphinx-dev libsphinxbase-dev pocketsphinx-en-us flite
 )
 
 missing=()
