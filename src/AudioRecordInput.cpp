@@ -31,14 +31,24 @@ void AudioRecordInput::addAudioRecord(const sp<IAudioRecordAdapter>& adapter) {
 status_t AudioRecordInput::start() {
     android::Mutex::Autolock control(mControlLock);
     if (isRunning()) return android::NO_ERROR;
+    // The request left by the last stop() is withdrawn before the new thread can see it: a thread
+    // that finds it set never waits, and would spin until it was cleared.
+    bool previousRequest;
+    {
+        android::Mutex::Autolock lock(mLock);
+        previousRequest = mStopRequested;
+        mStopRequested = false;
+    }
     status_t status = run("AudioRecordInput", kThreadPriority, 0);
     if (status != android::NO_ERROR) {
         ALOGE("Error starting AudioRecordManager thread: %d", status);
+        {
+            android::Mutex::Autolock lock(mLock);
+            mStopRequested = previousRequest;
+        }
         stopAudioRecords();
         return status;
     }
-    android::Mutex::Autolock lock(mLock);
-    mStopRequested = false;
     return android::NO_ERROR;
 }
 

@@ -45,12 +45,15 @@ WakeWordInjector::~WakeWordInjector() {
     mMediaSource.clear();
 }
 
-bool WakeWordInjector::isInjecting() {
-    return isRunning();
+void WakeWordInjector::stopInjection() {
+    requestExitAndWait();
+    // An exit requested between two blocks, or before the first one, ends the thread without a
+    // pass that cleans up: the thread is gone now, so the caller can.
+    if (isInjecting()) finishInjection();
 }
 
 status_t WakeWordInjector::doInjectWaveFileInRealTime(const char* path, bool toPlayback) {
-    if (isRunning()) {
+    if (isInjecting()) {
         ALOGE("Unable to inject wave file, the previous one is still injecting");
         return android::BAD_VALUE;
     }
@@ -71,7 +74,11 @@ status_t WakeWordInjector::doInjectWaveFileInRealTime(const char* path, bool toP
 
 status_t WakeWordInjector::doPushInRealTime(const sp<android::IMediaSource>& source,
                                             bool toPlayback) {
-    if (isRunning()) return android::ALREADY_EXISTS;
+    if (isInjecting()) return android::ALREADY_EXISTS;
+    // The previous injection has cleaned up, but its thread may still be on its way out.
+    join();
+    // Nothing of an earlier injection may leak into this one.
+    resetInjectorVariables();
     auto fail = [this](status_t status) {
         resetInjectorVariables();
         return status;
@@ -114,9 +121,13 @@ status_t WakeWordInjector::doPushInRealTime(const sp<android::IMediaSource>& sou
         return fail(android::INVALID_OPERATION);
     }
     mToPlayback = toPlayback;
+    // Set before the thread exists, so that no live buffer is taken once the first injected block
+    // can arrive.
+    mInjecting.store(true, std::memory_order_release);
     status = run("WakeWordInjector", kThreadPriority, 0);
     if (status != android::NO_ERROR) {
         ALOGE("Error starting thread to push audio to wakeWorkService");
+        mInjecting.store(false, std::memory_order_release);
         return fail(status);
     }
     return android::NO_ERROR;
@@ -233,14 +244,20 @@ bool WakeWordInjector::threadLoop() {
     }
     if (status == android::NO_ERROR && !exitPending()) {
         sleepForBlock(blockUs);
-        return true;
+        // An exit requested during the sleep ends the injection here, with its cleanup.
+        if (!exitPending()) return true;
     }
     // End of file (its partial block was delivered above, without a sleep), a read error, or an
     // exit request.
+    finishInjection();
+    return false;
+}
+
+void WakeWordInjector::finishInjection() {
     ATRACE_BEGIN("CSM_injection_utterance_end");
     resetInjectorVariables();
     ATRACE_END();
-    return false;
+    mInjecting.store(false, std::memory_order_release);
 }
 
 }  // namespace velmar

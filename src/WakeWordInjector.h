@@ -2,9 +2,16 @@
 // thread of its own ("WakeWordInjector", nice -16). One injection at a time; it runs to the end
 // of the file.
 //
-// Threads: doInjectWaveFileInRealTime() and doPushInRealTime() run on the caller's thread and
-// refuse while an injection runs; the callback runs on the injector thread. The caller must not
-// start two injections from two threads at the same moment (the running check is the only guard).
+// Threads: doInjectWaveFileInRealTime(), doPushInRealTime() and stopInjection() run on the
+// caller's thread and refuse while an injection runs; the callback runs on the injector thread.
+// The caller must not start two injections from two threads at the same moment (the injecting
+// check is the only guard). isInjecting() may be called from any thread, audio callbacks included:
+// it reads one atomic flag and never takes a lock.
+//
+// State: the media fields are written by the caller before the thread runs and by the injector
+// thread while it runs (no lock: never both at once). Every way an injection ends (end of file,
+// read error, stopInjection(), a failed start) leaves the injector idle with the source stopped
+// and no buffered bytes, so the next injection starts from its own file's first byte.
 #ifndef VELMAR_WAKE_WORD_INJECTOR_H
 #define VELMAR_WAKE_WORD_INJECTOR_H
 
@@ -12,6 +19,7 @@
 #include <utils/StrongPointer.h>
 #include <utils/Thread.h>
 
+#include <atomic>
 #include <cstdint>
 #include <vector>
 
@@ -34,7 +42,12 @@ class WakeWordInjector : public android::Thread {
     // thread's status when they fail to start. Every failure leaves the injector idle.
     android::status_t doPushInRealTime(const android::sp<android::IMediaSource>& source,
                                        bool toPlayback);
-    bool isInjecting();
+    // True from the moment an injection is about to start until it has ended and cleaned up.
+    // Lock-free; safe on real-time threads.
+    bool isInjecting() const { return mInjecting.load(std::memory_order_acquire); }
+    // Ends a running injection and waits for its thread; no effect when idle. The only supported
+    // way to end an injection early (a bare requestExit() may leave its cleanup to this call).
+    void stopInjection();
 
     // Copies up to bytes bytes of the track into dst, reading buffers as needed. 0 when all were
     // copied; ERROR_END_OF_STREAM with *copied set to what was copied; another status (with
@@ -51,6 +64,8 @@ class WakeWordInjector : public android::Thread {
     bool threadLoop() override;
     // Sleeps for one block's duration, less what earlier sleeps overran.
     void sleepForBlock(uint64_t blockUs);
+    // The end of every injection: source stopped and dropped, buffer released, idle again.
+    void finishInjection();
 
     android::sp<android::IMediaSource> mMediaSource;
     android::MediaBufferBase* mMediaBuffer;
@@ -66,6 +81,8 @@ class WakeWordInjector : public android::Thread {
     std::vector<int16_t> mBlock;
     // How much the previous sleep overran its request, in microseconds (injector thread only).
     int64_t mOversleptUs;
+    // Set by the caller just before the thread runs, cleared by finishInjection().
+    std::atomic<bool> mInjecting{false};
 };
 
 }  // namespace velmar

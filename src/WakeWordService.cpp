@@ -143,7 +143,7 @@ WakeWordService::~WakeWordService() {
     ATRACE_NAME(__PRETTY_FUNCTION__);
     // A running injection calls back into this object from its own thread: it must end before the
     // object does.
-    if (mInjector != nullptr && mInjector->isInjecting()) mInjector->requestExitAndWait();
+    if (mInjector != nullptr) mInjector->stopInjection();
     destroy();
 }
 

@@ -189,9 +189,11 @@ class WakeWordService : public android::RefBase {
                                                    size_t frameCount);
     // Mirror, detect, count. 0 (buffer dropped, not counted) while the input decoder is not
     // ready; BAD_VALUE without a main writer (not counted) or when a decoder push failed (counted).
+    // For callers off the microphone path (injection, backfill): with a one-mic split it allocates
+    // its own channel buffers (NO_MEMORY when it cannot).
     android::status_t processAudioDataFromInput(void* buffer, size_t frameCount);
     // Two-channel one-mic variant: channel 1 to the one-mic writer, channel 0 to the main writer
-    // and to detection.
+    // and to detection. Allocates its channel buffers, as above.
     android::status_t processInterleavedAudioDataFromInput(void* buffer, size_t frameCount);
     // Input decoder, then AED, then NTT, each when enabled; the last enabled step's status.
     android::status_t passAudioForDetection(void* buffer, size_t sampleCount);
@@ -233,35 +235,83 @@ class WakeWordService : public android::RefBase {
     // input path again. Single entry (a concurrent call returns 0 at once).
     android::status_t backfillAudioIfNeeded();
 
-    // ---- Playback path ----
+    // ---- Playback path (WakeWordServicePlayback.cpp) ----
+    // Creates and starts the playback status notifier unless it exists. Always 0.
     android::status_t enablePlaybackDetector();
+    // Stops and releases the notifier. Teardown only (takes no lock).
     void playbackDestroy();
+    // AudioRecord callback of the playback adapter (user: the service). Real-time safe.
     static void playbackAudioRecordCallbackFn(int event, void* user, void* info);
+    // Live playback buffer: ignored while a file is injected, otherwise processed.
+    static android::status_t processAudioFromPlayback(WakeWordService* service, void* buffer,
+                                                      size_t frameCount);
+    // Entry for a playback stream reader (AudioStreamReaderThread's callback type); bytePosition
+    // is not used. Real-time safe.
+    static void playbackAudioCallbackFn(void* user, int16_t* samples, size_t frameCount,
+                                        uint32_t bytePosition);
+    // Push (playback decoder, then PMA) and count. 0 without the playback decoder (buffer neither
+    // pushed nor counted); counted but not pushed while pushing is off; otherwise the PMA push's
+    // status. position is not read.
+    android::status_t processAudioDataFromPlayback(void* buffer, size_t frameCount,
+                                                   uint32_t position);
+    android::status_t detectAudioDataFromPlayback(void* buffer, size_t sampleCount,
+                                                  uint64_t firstSampleIndex);
     // Switches pushing playback audio to the playback detector; returns the previous setting.
     // Unchanged (with an error) on a service whose initialisation failed.
     bool setPushDataToPlaybackDetectorEnabled(bool enabled);
-    // Tells the playback notifier whether text-to-speech plays. 22 without a notifier.
+    // The notifier's callback (user: the service); runs under the notifier's state lock.
+    static void playbackNotifierCallbackFn(void* user, bool active, int streamType);
+    // Music, text-to-speech or alarm state as a client event for the input decoder, then for
+    // "wws_ntt" when it exists. 0 for other stream types.
+    android::status_t processPlaybackNotifierCallback(bool active, int streamType);
+    // Tells the playback notifier whether text-to-speech plays. 22 (positive) without a notifier.
     android::status_t notifyTtsState(bool isPlaying);
-    android::status_t processAudioDataFromPlayback(void* buffer, size_t frameCount,
-                                                   uint32_t position);
 
-    // ---- Audio event detection ----
+    // ---- Audio event detection (WakeWordServiceAed.cpp) ----
+    // Rebuilds the AED model set (static manifest, then the custom sounds configuration) and, when
+    // enabled, a new decoder (multichannel with three-channel input, else 16-bit PCM), switching
+    // detection off first and on again after. BAD_VALUE without a static manifest (nothing is
+    // touched); an engine failure returns its status with detection off.
     android::status_t setAudioEventDetectionMode(bool enabled);
+    // Tells the AED decoder (client event) and the input path whether detection is on. 0 when the
+    // state is unchanged; mInitStatus on a failed service.
+    android::status_t notifyAedModeChange(bool enabled);
+    // Pushes input audio to the AED decoder.
     android::status_t detectAudioPresenceData(void* buffer, size_t sampleCount,
                                               uint64_t firstSampleIndex);
+    // New static manifest (drops the custom configuration), then a rebuild in the current mode.
     android::status_t setAedStaticModel(const char* manifestPath);
+    // New custom sounds configuration (null or empty: none), then a rebuild in the current mode.
     android::status_t setAedCustomModel(const char* customModelPath);
+    // json: constant "{}" text (static storage), or untouched on a failed service.
     android::status_t getAudioPresenceData(const char*& json);
+    // Reports the custom model gone (status callback false).
     void destroyAedCustomModel();
-    void destroyAedDecoderAndStaticModel(bool destroyDecoder, bool destroyStaticModel);
+    // Deletes the decoder and/or the model set when they exist; always reports the static decoder
+    // stopped.
+    void destroyAedDecoderAndStaticModel(bool deleteDecoder, bool deleteModelSet);
 
-    // ---- Natural turn taking ----
+    // ---- Natural turn taking (WakeWordServiceNtt.cpp) ----
+    // Creates the separate "wws_ntt" decoder unless it exists, from manifestPath or the default
+    // manifest. The engine status on failure (mNttDecoderReady stays false).
     android::status_t initializeNttDecoder(const char* manifestPath);
+    // The engine work of creating it, under mNttLock: model set, decoder, status callback true,
+    // the current configuration, thread priority. The configuration call's status.
+    android::status_t setNttModel(const char* manifestPath);
+    // Deletes the separate decoder (when it exists) and its model set; reports false always.
+    void destroyNttModel();
+    // Replaces the separate model, restoring the previous one when the new one fails. 0 without
+    // change on a unified model.
+    android::status_t switchNttModel(const char* nttModelManifestPath);
+    // Switches turn taking and chooses its configuration (modes 0 to 3; any other mode with
+    // enabled applies DISABLED). The configuration call's status, or the creation's failure.
+    android::status_t setNttDetectionMode(bool enabled, int mode);
     // Pushes input audio to the separate NTT decoder when it exists; 0 otherwise.
     android::status_t pushAudioToNttDecoder(void* buffer, size_t sampleCount,
                                             uint64_t firstSampleIndex);
-    android::status_t setNttDetectionMode(bool enabled, int mode);
-    android::status_t switchNttModel(const char* nttModelManifestPath);
+    // Client events placed in the input audio: a computer-vision event (to the unified input
+    // decoder or the separate decoder; ignored without either) and a speaker-localization event
+    // (separate decoder only). Time stamps are CLOCK_MONOTONIC milliseconds; 16 frames per ms.
     android::status_t onCVEvent(const char* eventJson, int64_t clientTimestamp);
     android::status_t onSpeakerLocalizationEvent(const char* eventJson,
                                                  int64_t clientBeginTimestamp,
@@ -269,9 +319,19 @@ class WakeWordService : public android::RefBase {
     bool isNttDecoderReady() { return mNttDecoderReady; }
     bool isNttSupportedInWwModel() { return mNttSupportedInWwModel; }
 
-    // ---- PMA ----
+    // ---- PMA (WakeWordServicePma.cpp) ----
+    // Loads the PMA model unless loaded, under mPmaLock. 0, or mInitStatus on a failed service.
+    android::status_t initializePmaDecoder(const char* manifestPath);
+    // The model-loading step: no engine work is defined for it; returns 0.
+    android::status_t setPmaModel(const char* manifestPath);
+    // Replaces the model (destroy, then load), restoring the previous path's on failure.
     android::status_t switchPmaModel(const char* manifestPath);
-    void destroyNttModel();
+    // Deletes the PMA decoder and model set when loaded (under mPmaLock), then reports false.
+    void destroyPmaModel();
+    // Pushes playback audio to the PMA decoder when it exists; skips (0) while a model change
+    // holds mPmaLock, so the playback thread never waits.
+    android::status_t pushAudioToPmaDecoder(void* buffer, size_t sampleCount,
+                                            uint64_t firstSampleIndex);
 
     // ---- Members, in declaration order ----
     // Counters and the flags the audio paths read are written on other threads: they are atomics
@@ -328,7 +388,7 @@ class WakeWordService : public android::RefBase {
     NttEndOfSpeech_Callback mNttEndOfSpeechCallback;
     int32_t mNttConfiguration;
     bool mNttSupportedInWwModel;
-    bool mPmaDecoderReady;
+    std::atomic<bool> mPmaDecoderReady;
     std::string mPmaModelPath;
     std::mutex mPmaLock;  // PMA decoder creation and destruction; try_lock on the audio push
     const char* mNorvoModelManifestPath;
@@ -351,10 +411,31 @@ class WakeWordService : public android::RefBase {
     NorvoFederatedLearning_idleDetectionCallback mFederatedLearningIdleDetectionCallback;
 
   private:
-    // Channel buffers of the one-mic split, made once by initializeAudioRecordAndInjector so the
-    // audio path never allocates: channel 0 then channel 1, mOneMicScratchBytes each.
-    std::unique_ptr<uint8_t[]> mOneMicScratch;
-    size_t mOneMicScratchBytes = 0;
+    // Calls a decoder-status callback; a host program may construct the service without one.
+    static void reportDecoderStatus(void (*callback)(bool), bool started) {
+        if (callback != nullptr) callback(started);
+    }
+    // Words 0 to 6 of a decoder format for three interleaved channels of 16 kHz, 16-bit audio.
+    static void setThreeChannelFormat(NorvoMultichannelAudioFormat& format);
+
+    // Where the one-mic split puts the two channels of one buffer (bytes each).
+    struct ChannelSplit {
+        uint8_t* channel0;
+        uint8_t* channel1;
+        size_t bytes;
+    };
+    // The input path proper. split: buffers for the one-mic split, or null to allocate them for
+    // this buffer (callers off the microphone path).
+    android::status_t processInputBuffer(void* buffer, size_t frameCount,
+                                         const ChannelSplit* split);
+    android::status_t processInterleavedInputBuffer(void* buffer, size_t frameCount,
+                                                    const ChannelSplit* split);
+
+    // Split buffers of the microphone path only, made once by initializeAudioRecordAndInjector so
+    // that the microphone callback never allocates. Touched only by the microphone callback
+    // thread; the injector thread and backfill bring their own.
+    std::unique_ptr<uint8_t[]> mMicrophoneSplitStorage;
+    ChannelSplit mMicrophoneSplit{nullptr, nullptr, 0};
 };
 
 }  // namespace velmar

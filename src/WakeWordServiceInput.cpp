@@ -69,12 +69,14 @@ status_t WakeWordService::initializeAudioRecordAndInjector() {
     }
     mInjector = new WakeWordInjector(kInjectorSamplesPerPush, injectorCallbackFn, this);
 
-    // The one-mic split needs two channel buffers as large as the largest accepted buffer; they are
-    // made once here so that the audio path never allocates.
+    // The microphone's one-mic split needs two channel buffers as large as the largest accepted
+    // buffer; they are made once here so that the microphone path never allocates.
     if (gChannelCount == 2 && mOneMicEnabled) {
-        mOneMicScratchBytes = static_cast<size_t>(kMaxFramesPerBuffer) * mBytesPerSample;
-        mOneMicScratch.reset(new (std::nothrow) uint8_t[2 * mOneMicScratchBytes]);
-        if (mOneMicScratch == nullptr) return android::NO_MEMORY;
+        const size_t bytes = static_cast<size_t>(kMaxFramesPerBuffer) * mBytesPerSample;
+        mMicrophoneSplitStorage.reset(new (std::nothrow) uint8_t[2 * bytes]);
+        if (mMicrophoneSplitStorage == nullptr) return android::NO_MEMORY;
+        mMicrophoneSplit = ChannelSplit{mMicrophoneSplitStorage.get(),
+                                        mMicrophoneSplitStorage.get() + bytes, bytes};
     }
     return android::NO_ERROR;
 }
@@ -123,17 +125,28 @@ status_t WakeWordService::processAudioFromInput(WakeWordService* service, void* 
         return android::NO_ERROR;
     }
     if (gTestMode) memset(buffer, 0, service->mBytesPerSample * frameCount);
-    return service->processAudioDataFromInput(buffer, frameCount);
+    // Only this path may use the preallocated split buffers: injection and backfill run on other
+    // threads, possibly at the same time.
+    return service->processInputBuffer(buffer, frameCount, &service->mMicrophoneSplit);
 }
 
 status_t WakeWordService::processAudioDataFromInput(void* buffer, size_t frameCount) {
+    return processInputBuffer(buffer, frameCount, nullptr);
+}
+
+status_t WakeWordService::processInterleavedAudioDataFromInput(void* buffer, size_t frameCount) {
+    return processInterleavedInputBuffer(buffer, frameCount, nullptr);
+}
+
+status_t WakeWordService::processInputBuffer(void* buffer, size_t frameCount,
+                                             const ChannelSplit* split) {
     ATRACE_NAME(__PRETTY_FUNCTION__);
     if (!mInputModelReady.load(std::memory_order_relaxed)) {
         ALOGE("Error: mInputModelReady not ready");
         return android::NO_ERROR;
     }
     if (gChannelCount == 2 && mOneMicEnabled) {
-        return processInterleavedAudioDataFromInput(buffer, frameCount);
+        return processInterleavedInputBuffer(buffer, frameCount, split);
     }
     sp<AudioStreamWriter> writer = mAudioStreamWriter;
     if (writer == nullptr) {
@@ -150,7 +163,8 @@ status_t WakeWordService::processAudioDataFromInput(void* buffer, size_t frameCo
     return result;
 }
 
-status_t WakeWordService::processInterleavedAudioDataFromInput(void* buffer, size_t frameCount) {
+status_t WakeWordService::processInterleavedInputBuffer(void* buffer, size_t frameCount,
+                                                        const ChannelSplit* split) {
     ATRACE_NAME(__PRETTY_FUNCTION__);
     if (!mOneMicEnabled) {
         ALOGE("Error: OneMic is disabled.");
@@ -166,12 +180,25 @@ status_t WakeWordService::processInterleavedAudioDataFromInput(void* buffer, siz
         return android::BAD_VALUE;
     }
     const size_t channelBytes = mBytesPerSample * frameCount;
-    if (mOneMicScratch == nullptr || channelBytes > mOneMicScratchBytes) {
+    // Callers off the microphone path (injection, backfill) bring no split buffers: they get
+    // their own for this buffer.
+    std::unique_ptr<uint8_t[]> own;
+    ChannelSplit ownSplit{};
+    if (split == nullptr) {
+        own.reset(new (std::nothrow) uint8_t[2 * channelBytes]);
+        if (own == nullptr) {
+            ALOGE("Error: no memory to split %zu frames", frameCount);
+            return android::NO_MEMORY;
+        }
+        ownSplit = ChannelSplit{own.get(), own.get() + channelBytes, channelBytes};
+        split = &ownSplit;
+    }
+    if (split->channel0 == nullptr || channelBytes > split->bytes) {
         ALOGE("Error: OneMic buffers are not set up for %zu frames", frameCount);
         return android::NO_MEMORY;
     }
-    uint8_t* channel0 = mOneMicScratch.get();
-    uint8_t* channel1 = channel0 + mOneMicScratchBytes;
+    uint8_t* channel0 = split->channel0;
+    uint8_t* channel1 = split->channel1;
     // One 16-bit stereo frame (four bytes) per step: left to channel 0, right to channel 1.
     const uint8_t* in = static_cast<const uint8_t*>(buffer);
     const size_t total = (channelBytes * gChannelCount) & ~static_cast<size_t>(3);
@@ -242,18 +269,6 @@ status_t WakeWordService::detectAudioData(void* buffer, size_t sampleCount,
 status_t WakeWordService::detectAudioDataFromAudioInput(void* buffer, size_t sampleCount,
                                                         uint64_t firstSampleIndex) {
     return detectAudioData(buffer, sampleCount, firstSampleIndex, kInputDecoderId);
-}
-
-status_t WakeWordService::detectAudioPresenceData(void* buffer, size_t sampleCount,
-                                                  uint64_t firstSampleIndex) {
-    return detectAudioData(buffer, sampleCount, firstSampleIndex, kAudioPresenceDecoderId);
-}
-
-status_t WakeWordService::pushAudioToNttDecoder(void* buffer, size_t sampleCount,
-                                                uint64_t firstSampleIndex) {
-    // With a unified model the input decoder already hears this audio.
-    if (!mNttDecoderReady.load(std::memory_order_relaxed)) return android::NO_ERROR;
-    return detectAudioData(buffer, sampleCount, firstSampleIndex, kNttDecoderId);
 }
 
 bool WakeWordService::isInputDecoderId(const char* decoderId) {

@@ -34,6 +34,14 @@ void setFormatWords(NorvoMultichannelAudioFormat& format, std::initializer_list<
     for (uint32_t word : words) format.words[index++] = word;
 }
 
+}  // namespace
+
+void WakeWordService::setThreeChannelFormat(NorvoMultichannelAudioFormat& format) {
+    setFormatWords(format, {0, 16000, 16, 3, 0, 1, 1});
+}
+
+namespace {
+
 // Adds a local command to the input keyword list when the model supports it.
 void addLocalCommand(const rapidjson::GenericArray<true, rapidjson::Value>& supported,
                      const char* command, std::vector<std::string>& keywords) {
@@ -167,7 +175,7 @@ status_t WakeWordService::setNewNorvoModel(const char* manifestPath, const char*
         playbackConfig = generateKeywordListJson(playbackKeywords);
     }
 
-    if (mThreeChannelInput) setFormatWords(inputFormat, {0, 16000, 16, 3, 0, 1, 1});
+    if (mThreeChannelInput) setThreeChannelFormat(inputFormat);
     if (mNearMissEnabled) inputConfig = generateBetaEnabledJson(inputConfig);
 
     ALOGI("Configuring input keyword decoder with: %s", inputConfig.c_str());

@@ -4,13 +4,15 @@
 #include <media/AudioRecord.h>
 #include <media/HostAudio.h>
 
-#include <dirent.h>
+#include <host/HostThreads.h>
+
+#include <atomic>
 #include <chrono>
-#include <fstream>
 
 #include "AudioRecordAdapter.h"
 #include "AudioRecordInput.h"
 #include "LogCapture.h"
+#include "Threads.h"
 #include "Wait.h"
 
 using android::sp;
@@ -25,21 +27,7 @@ constexpr audio_source_t kPlaybackSource = 2999;
 
 void ignoreAudio(int, void*, void*) {}
 
-// Threads of this process whose name (as the kernel keeps it) is name.
-int threadsNamed(const std::string& name) {
-    int count = 0;
-    DIR* tasks = opendir("/proc/self/task");
-    if (tasks == nullptr) return -1;
-    while (dirent* entry = readdir(tasks)) {
-        if (entry->d_name[0] == '.') continue;
-        std::ifstream comm(std::string("/proc/self/task/") + entry->d_name + "/comm");
-        std::string comm_name;
-        std::getline(comm, comm_name);
-        if (comm_name == name) ++count;
-    }
-    closedir(tasks);
-    return count;
-}
+using wws_test::threadsNamed;
 
 class AudioRecordInputTest : public testing::Test {
   protected:
@@ -126,13 +114,51 @@ TEST_F(AudioRecordInputTest, FailedRecordingIsRetriedOnTheNextPass) {
                              "Error restarting audio record: -19"));
 }
 
-TEST_F(AudioRecordInputTest, StartAfterStopRunsAFreshThreadAndRecording) {
-    makeInput(1000000000);
+// Counts the supervision passes: each pass asks every adapter once.
+class CountingAdapter : public velmar::IAudioRecordAdapter {
+  public:
+    std::atomic<int> passes{0};
+    std::atomic<int> stops{0};
+    android::status_t stop() override {
+        ++stops;
+        return android::NO_ERROR;
+    }
+    android::status_t ensureStarted() override {
+        ++passes;
+        return android::NO_ERROR;
+    }
+    audio_source_t getInputSource() const override { return kSource; }
+    android::status_t getTimestamp(android::ExtendedTimestamp*) override {
+        return android::BAD_VALUE;
+    }
+};
+
+TEST_F(AudioRecordInputTest, RestartedThreadWaitsItsIntervalBetweenPasses) {
+    sp<CountingAdapter> counting = new CountingAdapter();
+    input = new AudioRecordInput(counting, 50000000);  // 50 ms
     ASSERT_EQ(0, input->start());
-    ASSERT_TRUE(wws_test::waitFor([] { return host::activeRecordings(kSource) == 1; }));
+    ASSERT_TRUE(wws_test::waitFor([&] { return counting->passes >= 1; }));
     ASSERT_EQ(0, input->stop());
     ASSERT_EQ(0, input->start());
-    EXPECT_TRUE(wws_test::waitFor([] {
-        return host::activeRecordings(kSource) == 1 && host::recordingsCreated(kSource) == 2;
-    }));
+    const int before = counting->passes;
+    ASSERT_TRUE(wws_test::waitFor([&] { return counting->passes > before; }));
+    // About six passes fit in 300 ms; a thread that skipped its wait would make thousands.
+    EXPECT_FALSE(wws_test::waitFor([&] { return counting->passes > before + 30; },
+                                   std::chrono::milliseconds(300)));
+}
+
+TEST_F(AudioRecordInputTest, ThreadThatCannotStartStopsTheRecordingsAndReportsWhy) {
+    wws_test::LogCapture log;
+    sp<CountingAdapter> counting = new CountingAdapter();
+    input = new AudioRecordInput(counting, 50000000);
+    android::host::failNextThreadCreation("AudioRecordInput");
+    android::status_t status = input->start();
+    EXPECT_NE(0, status);
+    EXPECT_FALSE(input->isRunning());
+    EXPECT_EQ(1, counting->stops);
+    EXPECT_TRUE(log.contains(ANDROID_LOG_ERROR, "AudioRecordInput",
+                             "Error starting AudioRecordManager thread: " + std::to_string(status)));
+    // The next start works.
+    ASSERT_EQ(0, input->start());
+    EXPECT_TRUE(wws_test::waitFor([&] { return counting->passes >= 1; }));
 }

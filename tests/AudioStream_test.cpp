@@ -86,45 +86,45 @@ TEST(AudioStream, WriterPositionsAndReaderReadBack) {
     EXPECT_TRUE(std::equal(again.begin(), again.end(), data.begin() + 5));
 }
 
-TEST(AudioStream, WrapsAroundAndSkipsWhatALaggingReaderMissed) {
+// Blobs written one after another into a ring of 64 bytes: a blob the ring still holds reads back
+// whole; one whose first byte is overwritten yields nothing rather than a later blob's bytes.
+TEST(AudioStream, ReadsOnlyFromPositionsTheRingStillHolds) {
     sp<AudioStream> stream = makeStream(64);
     sp<AudioStreamWriter> writer;
     ASSERT_EQ(0, stream->openWriter(writer));
     sp<AudioStreamReader> reader;
     ASSERT_EQ(0, stream->openReader(reader));
+
+    // Nothing written yet: "32 bytes ago" was never held.
+    ASSERT_EQ(0, reader->setPosition(0u - 32u));
+    uint8_t out[64];
+    EXPECT_EQ(0u, reader->available());
+    EXPECT_EQ(android::NOT_ENOUGH_DATA, reader->read(out, sizeof(out)));
 
     std::vector<uint8_t> all = pattern(200, 0);
     for (size_t offset = 0; offset < all.size(); offset += 25) {
         ASSERT_EQ(25, writer->write(all.data() + offset, 25));
     }
-    // 200 bytes written into 64: the reader lost the oldest 136 and gets the last 64 in order.
-    std::vector<uint8_t> out(200);
-    EXPECT_EQ(64, reader->read(out.data(), out.size()));
-    EXPECT_EQ(136u, reader->lostBytes());
-    EXPECT_TRUE(std::equal(out.begin(), out.begin() + 64, all.begin() + 136));
-    uint32_t position = 0;
-    ASSERT_EQ(0, reader->getPosition(&position));
-    EXPECT_EQ(200u, position);
-}
-
-TEST(AudioStream, NeverReturnsBytesThatWereNotWritten) {
-    sp<AudioStream> stream = makeStream(64);
-    sp<AudioStreamWriter> writer;
-    ASSERT_EQ(0, stream->openWriter(writer));
-    sp<AudioStreamReader> reader;
-    ASSERT_EQ(0, stream->openReader(reader));
-    // Position 0 - 32 wraps to "32 bytes ago": on an empty stream there is nothing there.
-    ASSERT_EQ(0, reader->setPosition(0u - 32u));
-    EXPECT_EQ(0u, reader->available());
-    uint8_t out[64];
-    EXPECT_EQ(0, reader->read(out, sizeof(out)));
-    // Ten bytes written: asking for 32 bytes back yields just those ten.
-    std::vector<uint8_t> data = pattern(10, 0);
-    ASSERT_EQ(10, writer->write(data.data(), data.size()));
-    ASSERT_EQ(0, reader->setPosition(10u - 32u));
-    EXPECT_EQ(10u, reader->available());
+    // The ring holds bytes 136..199 now.
+    for (uint32_t blob : {150u, 175u, 136u}) {
+        SCOPED_TRACE(blob);
+        ASSERT_EQ(0, reader->setPosition(blob));
+        ASSERT_EQ(25, reader->read(out, 25));
+        EXPECT_TRUE(std::equal(out, out + 25, all.begin() + blob));
+    }
+    for (uint32_t blob : {125u, 135u, 0u}) {
+        SCOPED_TRACE(blob);
+        ASSERT_EQ(0, reader->setPosition(blob));
+        EXPECT_EQ(0u, reader->available());
+        EXPECT_EQ(android::NOT_ENOUGH_DATA, reader->read(out, 25));
+        uint32_t position = 0;
+        ASSERT_EQ(0, reader->getPosition(&position));
+        EXPECT_EQ(blob, position);  // kept: the caller decides where to go on
+    }
+    // Asking for more than is written yields what there is, from the position on.
+    ASSERT_EQ(0, reader->setPosition(190));
     EXPECT_EQ(10, reader->read(out, sizeof(out)));
-    EXPECT_TRUE(std::equal(data.begin(), data.end(), out));
+    EXPECT_TRUE(std::equal(out, out + 10, all.begin() + 190));
 }
 
 TEST(AudioStream, PositionsWrapAtThirtyTwoBits) {
@@ -153,7 +153,6 @@ TEST(AudioStream, PositionsWrapAtThirtyTwoBits) {
     std::vector<uint8_t> out(40);
     EXPECT_EQ(40, reader->read(out.data(), out.size()));
     EXPECT_EQ(data, out);
-    EXPECT_EQ(0u, reader->lostBytes());
 }
 
 TEST(AudioStream, BlockingReadWakesOnWriteAndOnUnblock) {
@@ -199,7 +198,7 @@ TEST(AudioStream, TimedReadGivesUpWithNothing) {
 }
 
 // One writer and three readers on their own threads: every byte a reader returns is the byte the
-// writer wrote at that position, whether or not the reader was lapped.
+// writer wrote at that position. A lapped reader is refused and moves on to recent bytes.
 TEST(AudioStream, ConcurrentReadersSeeOnlyIntactBytes) {
     sp<AudioStream> stream = makeStream(4096);
     sp<AudioStreamWriter> writer;
@@ -215,7 +214,9 @@ TEST(AudioStream, ConcurrentReadersSeeOnlyIntactBytes) {
         std::vector<uint8_t> buffer(chunk);
         for (;;) {
             ssize_t n = reader->read(buffer.data(), buffer.size(), 5);
-            if (n > 0) {
+            if (n == android::NOT_ENOUGH_DATA) {
+                reader->setPosition(stream->writePosition() - 1024);
+            } else if (n > 0) {
                 uint32_t end = 0;
                 reader->getPosition(&end);
                 uint32_t first = end - static_cast<uint32_t>(n);

@@ -71,20 +71,6 @@ TEST_F(FakeEngine, AttributesArriveBeforeTheGetterReturns) {
     EXPECT_EQ("untouched", text);
 }
 
-TEST_F(FakeEngine, NullRegistrationRemovesTheCallback) {
-    ASSERT_EQ(0, NorvoApi_SetEnumeratedResultCallback(countEnumerated));
-    EXPECT_EQ(&countEnumerated, norvo_fake::callbacks().enumeratedResult);
-    ASSERT_EQ(0, NorvoApi_SetEnumeratedResultCallback(nullptr));
-    EXPECT_EQ(nullptr, norvo_fake::callbacks().enumeratedResult);
-    // Removing a callback that was never set is an ordinary, successful call.
-    EXPECT_EQ(0, NorvoApi_SetPresenceDetectionResultCallback(nullptr));
-
-    auto registrations = norvo_fake::callsOf("NorvoApi_SetEnumeratedResultCallback");
-    ASSERT_EQ(2u, registrations.size());
-    EXPECT_EQ(norvo_fake::fnText(countEnumerated), registrations[0].args[0]);
-    EXPECT_EQ("null", registrations[1].args[0]);
-}
-
 TEST_F(FakeEngine, DecoderThreadsAreRealAndRunCallbacks) {
     ASSERT_EQ(0, NorvoModelSet_New("ms", "/m.manifest", ""));
     ASSERT_EQ(0, newDecoder("a"));
@@ -112,18 +98,3 @@ TEST_F(FakeEngine, DecoderThreadsAreRealAndRunCallbacks) {
     EXPECT_FALSE(norvo_fake::runOnDecoderThread("none", [] {}));
 }
 
-TEST_F(FakeEngine, ScriptedStatusesApplyPerOperationOrPerId) {
-    ASSERT_EQ(0, NorvoModelSet_New("ms", "/m.manifest", ""));
-    norvo_fake::setStatus("NorvoDecoder_NewSpotterAudioDecoder", "bad", 7);
-    EXPECT_EQ(7, newDecoder("bad"));
-    EXPECT_FALSE(norvo_fake::decoder("bad", nullptr));
-    EXPECT_EQ(0, newDecoder("good"));
-
-    norvo_fake::setStatus("NorvoApi_SetLocalTimeOffset", NORVO_ERROR_FATAL);
-    EXPECT_EQ(NORVO_ERROR_FATAL, NorvoApi_SetLocalTimeOffset(60));
-    norvo_fake::clearStatuses();
-    EXPECT_EQ(0, NorvoApi_SetLocalTimeOffset(60));
-    auto offsets = norvo_fake::callsOf("NorvoApi_SetLocalTimeOffset");
-    ASSERT_EQ(2u, offsets.size());
-    EXPECT_EQ("60", offsets[0].args[0]);
-}

@@ -65,14 +65,6 @@ TEST(HostMedia, MonoWavReadsBackAsSixteenBitPcm) {
     }
 }
 
-TEST(HostMedia, StereoTrackReportsTwoChannels) {
-    std::string path = wws_test::writeWav("stereo.wav", wws_test::rampSamples(200), 16000, 2);
-    sp<android::IMediaSource> track = extractorFor(path)->getTrack(0);
-    int32_t channels = 0;
-    ASSERT_TRUE(track->getFormat()->findInt32(android::kKeyChannelCount, &channels));
-    EXPECT_EQ(2, channels);
-}
-
 TEST(HostMedia, MissingOrForeignFilesHaveNoExtractor) {
     sp<android::FileSource> missing = new android::FileSource("/nonexistent/file.wav");
     EXPECT_EQ(android::NAME_NOT_FOUND, missing->initCheck());

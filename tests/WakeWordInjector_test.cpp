@@ -3,18 +3,23 @@
 #include <gtest/gtest.h>
 #include <media/stagefright/MediaErrors.h>
 
-#include <dirent.h>
 #include <fstream>
 #include <mutex>
 #include <vector>
 
 #include "LogCapture.h"
+#include "TestMediaSources.h"
+#include "Threads.h"
 #include "Wait.h"
 #include "WakeWordInjector.h"
 #include "WavFile.h"
 
 using android::sp;
 using velmar::WakeWordInjector;
+using wws_test::ChunkedSource;
+using wws_test::FormatSource;
+using wws_test::GatedSource;
+using wws_test::InertSource;
 
 namespace {
 
@@ -31,78 +36,24 @@ struct Blocks {
         self->blocks.emplace_back(samples, samples + count);
         self->flags.push_back(toPlayback);
     }
-    std::vector<int16_t> all() {
+    // The samples of blocks from index first on, joined.
+    std::vector<int16_t> all(size_t first = 0) {
         std::lock_guard<std::mutex> guard(lock);
         std::vector<int16_t> joined;
-        for (const auto& block : blocks) joined.insert(joined.end(), block.begin(), block.end());
+        for (size_t i = first; i < blocks.size(); ++i) {
+            joined.insert(joined.end(), blocks[i].begin(), blocks[i].end());
+        }
         return joined;
+    }
+    size_t count() {
+        std::lock_guard<std::mutex> guard(lock);
+        return blocks.size();
     }
 };
 
 bool finished(const sp<WakeWordInjector>& injector) {
     return wws_test::waitFor([&] { return !injector->isInjecting(); }, std::chrono::seconds(20));
 }
-
-// A media source that refuses everything; subclasses add behaviour.
-class InertSource : public android::IMediaSource {
-  public:
-    int stops = 0;
-    android::status_t start(android::MetaData*) override { return android::NO_INIT; }
-    android::status_t stop() override {
-        ++stops;
-        return android::NO_ERROR;
-    }
-    sp<android::MetaData> getFormat() override { return nullptr; }
-    android::status_t read(android::MediaBufferBase**, const ReadOptions*) override {
-        return android::NO_INIT;
-    }
-};
-
-// Starts and reports a format built from the given keys.
-class FormatSource : public InertSource {
-  public:
-    FormatSource(int32_t rate, int32_t channels) : mRate(rate), mChannels(channels) {}
-    android::status_t start(android::MetaData*) override { return android::NO_ERROR; }
-    sp<android::MetaData> getFormat() override {
-        sp<android::MetaData> format = new android::MetaData();
-        if (mRate > 0) format->setInt32(android::kKeySampleRate, mRate);
-        if (mChannels > 0) format->setInt32(android::kKeyChannelCount, mChannels);
-        return format;
-    }
-
-  private:
-    int32_t mRate;
-    int32_t mChannels;
-};
-
-// Mono 16 kHz samples handed out in buffers of chunkBytes, then endStatus.
-class ChunkedSource : public FormatSource {
-  public:
-    ChunkedSource(std::vector<int16_t> samples, size_t chunkBytes, android::status_t endStatus)
-        : FormatSource(16000, 1),
-          mSamples(std::move(samples)),
-          mChunkBytes(chunkBytes),
-          mEndStatus(endStatus) {}
-    android::status_t read(android::MediaBufferBase** buffer, const ReadOptions*) override {
-        size_t total = mSamples.size() * sizeof(int16_t);
-        if (mOffset >= total) return mEndStatus;
-        size_t take = std::min(mChunkBytes, total - mOffset);
-        // Data placed after a non-zero range offset, as real extractors sometimes do.
-        auto* out = new android::MediaBufferBase(take + 6);
-        memcpy(static_cast<uint8_t*>(out->data()) + 6,
-               reinterpret_cast<const uint8_t*>(mSamples.data()) + mOffset, take);
-        out->set_range(6, take);
-        mOffset += take;
-        *buffer = out;
-        return android::NO_ERROR;
-    }
-
-  private:
-    std::vector<int16_t> mSamples;
-    size_t mChunkBytes;
-    android::status_t mEndStatus;
-    size_t mOffset = 0;
-};
 
 class WakeWordInjectorTest : public testing::Test {
   protected:
@@ -113,39 +64,19 @@ class WakeWordInjectorTest : public testing::Test {
 
 }  // namespace
 
-TEST_F(WakeWordInjectorTest, OneSecondFileGivesBlocksOf128InOrder) {
-    std::vector<int16_t> samples = wws_test::rampSamples(16000);
-    std::string path = wws_test::writeWav("second.wav", samples, 16000);
-    ASSERT_EQ(0, injector->doInjectWaveFileInRealTime(path.c_str(), true));
-    ASSERT_TRUE(finished(injector));
-    std::lock_guard<std::mutex> guard(blocks.lock);
-    ASSERT_EQ(125u, blocks.blocks.size());
-    for (const auto& block : blocks.blocks) EXPECT_EQ(128u, block.size());
-    EXPECT_EQ(std::vector<bool>(125, true), blocks.flags);
-    std::vector<int16_t> joined;
-    for (const auto& block : blocks.blocks) joined.insert(joined.end(), block.begin(), block.end());
-    EXPECT_EQ(samples, joined);
-    // End of file is an ordinary end, logged by the media read as the platform does.
-    EXPECT_TRUE(log.contains(ANDROID_LOG_ERROR, kTag, "Error reading from media source (-1011)"));
-}
-
-TEST_F(WakeWordInjectorTest, PartialLastBlockIsDelivered) {
+TEST_F(WakeWordInjectorTest, FileArrivesInBlocksOf128WithThePartialLastBlock) {
     std::vector<int16_t> samples = wws_test::rampSamples(16050);
     std::string path = wws_test::writeWav("partial.wav", samples, 16000);
-    ASSERT_EQ(0, injector->doInjectWaveFileInRealTime(path.c_str(), false));
-    ASSERT_TRUE(finished(injector));
-    std::lock_guard<std::mutex> guard(blocks.lock);
-    ASSERT_EQ(126u, blocks.blocks.size());
-    EXPECT_EQ(50u, blocks.blocks.back().size());
-    EXPECT_EQ(std::vector<bool>(126, false), blocks.flags);
-}
-
-TEST_F(WakeWordInjectorTest, FileAtItsOwnRateIsAcceptedWhole) {
-    std::vector<int16_t> samples = wws_test::rampSamples(4800);
-    std::string path = wws_test::writeWav("fast.wav", samples, 48000);
-    ASSERT_EQ(0, injector->doInjectWaveFileInRealTime(path.c_str(), false));
+    ASSERT_EQ(0, injector->doInjectWaveFileInRealTime(path.c_str(), true));
     ASSERT_TRUE(finished(injector));
     EXPECT_EQ(samples, blocks.all());
+    std::lock_guard<std::mutex> guard(blocks.lock);
+    ASSERT_EQ(126u, blocks.blocks.size());
+    for (size_t i = 0; i < 125; ++i) EXPECT_EQ(128u, blocks.blocks[i].size());
+    EXPECT_EQ(50u, blocks.blocks.back().size());
+    EXPECT_EQ(std::vector<bool>(126, true), blocks.flags);
+    // End of file is an ordinary end, logged by the media read as the platform does.
+    EXPECT_TRUE(log.contains(ANDROID_LOG_ERROR, kTag, "Error reading from media source (-1011)"));
 }
 
 TEST_F(WakeWordInjectorTest, RefusesStereoMissingAndForeignFiles) {
@@ -168,40 +99,53 @@ TEST_F(WakeWordInjectorTest, RefusesStereoMissingAndForeignFiles) {
     EXPECT_TRUE(blocks.all().empty());
 }
 
-TEST_F(WakeWordInjectorTest, SecondInjectionIsRefusedWhileOneRuns) {
-    std::string path = wws_test::writeWav("long.wav", wws_test::rampSamples(32000), 16000);
-    ASSERT_EQ(0, injector->doInjectWaveFileInRealTime(path.c_str(), true));
-    ASSERT_TRUE(injector->isInjecting());
+TEST_F(WakeWordInjectorTest, OneInjectionAtATimeOnANamedThread) {
+    sp<GatedSource> held = new GatedSource(wws_test::rampSamples(1000));
+    ASSERT_EQ(0, injector->doPushInRealTime(held, true));
+    EXPECT_TRUE(injector->isInjecting());
+    // The kernel keeps 15 characters of the name; the new thread names itself as it starts.
+    EXPECT_TRUE(wws_test::waitFor([] { return wws_test::threadsNamed("WakeWordInjecto") == 1; }));
+
+    std::string path = wws_test::writeWav("other.wav", wws_test::rampSamples(320), 16000);
     EXPECT_EQ(android::BAD_VALUE, injector->doInjectWaveFileInRealTime(path.c_str(), false));
     EXPECT_TRUE(log.contains(ANDROID_LOG_ERROR, kTag,
                              "Unable to inject wave file, the previous one is still injecting"));
-    EXPECT_EQ(android::ALREADY_EXISTS,
-              injector->doPushInRealTime(new FormatSource(16000, 1), false));
+    sp<FormatSource> refused = new FormatSource(16000, 1);
+    EXPECT_EQ(android::ALREADY_EXISTS, injector->doPushInRealTime(refused, false));
+    EXPECT_EQ(0, refused->stops);  // never touched
+
+    held->open();
     ASSERT_TRUE(finished(injector));
-    std::lock_guard<std::mutex> guard(blocks.lock);
-    EXPECT_EQ(std::vector<bool>(blocks.flags.size(), true), blocks.flags);  // the first run's flag
-    EXPECT_EQ(250u, blocks.blocks.size());
+    EXPECT_EQ(wws_test::rampSamples(1000), blocks.all());
+    {
+        std::lock_guard<std::mutex> guard(blocks.lock);
+        EXPECT_EQ(std::vector<bool>(blocks.flags.size(), true), blocks.flags);  // the first's flag
+    }
+    EXPECT_TRUE(wws_test::waitFor([] { return wws_test::threadsNamed("WakeWordInjecto") == 0; }));
+    // Once it has ended, the next one starts.
+    ASSERT_EQ(0, injector->doInjectWaveFileInRealTime(path.c_str(), false));
+    ASSERT_TRUE(finished(injector));
 }
 
-TEST_F(WakeWordInjectorTest, ThreadNameIsVisibleWhileInjecting) {
-    std::string path = wws_test::writeWav("named.wav", wws_test::rampSamples(16000), 16000);
-    ASSERT_EQ(0, injector->doInjectWaveFileInRealTime(path.c_str(), false));
-    auto named = [] {
-        int count = 0;
-        DIR* tasks = opendir("/proc/self/task");
-        while (dirent* entry = readdir(tasks)) {
-            std::ifstream comm(std::string("/proc/self/task/") + entry->d_name + "/comm");
-            std::string name;
-            std::getline(comm, name);
-            count += name == "WakeWordInjecto" ? 1 : 0;  // the kernel keeps 15 characters
-        }
-        closedir(tasks);
-        return count;
-    };
-    // The new thread names itself as it starts.
-    EXPECT_TRUE(wws_test::waitFor([&] { return named() == 1; }));
+// An injection stopped between two blocks leaves nothing behind: its source is stopped, and the
+// next injection starts with its own first sample, not with the rest of the stopped one's buffer.
+TEST_F(WakeWordInjectorTest, StoppedInjectionLeavesNothingForTheNextOne) {
+    std::vector<int16_t> first(16000, 1111);
+    sp<ChunkedSource> stopped = new ChunkedSource(first, first.size() * sizeof(int16_t));
+    ASSERT_EQ(0, injector->doPushInRealTime(stopped, false));
+    ASSERT_TRUE(wws_test::waitFor([&] { return blocks.count() >= 1; }));
+    injector->stopInjection();
+    EXPECT_FALSE(injector->isInjecting());
+    EXPECT_EQ(1, stopped->stops);
+    EXPECT_LT(blocks.count(), 125u);  // it really was cut short
+
+    const size_t before = blocks.count();
+    std::vector<int16_t> second = wws_test::rampSamples(300, -2000);
+    ASSERT_EQ(0, injector->doPushInRealTime(new ChunkedSource(second, 200), true));
     ASSERT_TRUE(finished(injector));
-    EXPECT_TRUE(wws_test::waitFor([&] { return named() == 0; }));
+    EXPECT_EQ(second, blocks.all(before));
+    injector->stopInjection();  // idle: no effect
+    EXPECT_FALSE(injector->isInjecting());
 }
 
 TEST_F(WakeWordInjectorTest, SourceFailuresLeaveTheInjectorIdle) {
@@ -248,7 +192,7 @@ TEST_F(WakeWordInjectorTest, BlocksAreAssembledAcrossBuffersOfAnySize) {
     std::vector<int16_t> samples = wws_test::rampSamples(1000);
     // 98-byte buffers: every 256-byte block spans three of them.
     ASSERT_EQ(0, injector->doPushInRealTime(
-                         new ChunkedSource(samples, 98, android::ERROR_END_OF_STREAM), false));
+                         new ChunkedSource(samples, 98), false));
     ASSERT_TRUE(finished(injector));
     EXPECT_EQ(samples, blocks.all());
     std::lock_guard<std::mutex> guard(blocks.lock);

@@ -1,9 +1,12 @@
 // Detection control: capture on and off, keyword sessions, client events, the fingerprint
 // database, library attributes, and the refusals of a service whose initialisation failed.
 #include <gtest/gtest.h>
+#include <binder/HostBinder.h>
+#include <host/HostThreads.h>
 #include <media/HostAudio.h>
 #include <norvo_fake/FakeNorvo.h>
 
+#include <atomic>
 #include <thread>
 
 #include "LogCapture.h"
@@ -74,6 +77,22 @@ TEST_F(WakeWordServiceControl, DetectorSwitchStartsAndStopsCapture) {
     EXPECT_EQ(0, service->resetAudioInput());
     EXPECT_TRUE(service->mDetectorEnabled);
     EXPECT_EQ(2u, log.count("Disabling wake word detection."));
+}
+
+TEST_F(WakeWordServiceControl, CaptureThatCannotStartLeavesDetectionOff) {
+    sp<WakeWordService> service = wws_test::createService(config);
+    host::failNextThreadCreation("AudioRecordInput");
+    const android::status_t status = service->setDetectorEnabled(true);
+    EXPECT_NE(0, status);
+    bool enabled = true;
+    EXPECT_EQ(0, service->getDetectorEnabled(&enabled));
+    EXPECT_FALSE(enabled);
+    EXPECT_EQ(0, host::activeRecordings(AUDIO_SOURCE_HOTWORD));
+    // Detection is off, so switching it off changes nothing; switching it on works now.
+    EXPECT_EQ(0, service->setDetectorEnabled(false));
+    EXPECT_EQ(0u, log.count("Disabling wake word detection."));
+    EXPECT_EQ(0, service->setDetectorEnabled(true));
+    EXPECT_TRUE(wws_test::waitFor([] { return host::activeRecordings(AUDIO_SOURCE_HOTWORD) == 1; }));
 }
 
 TEST_F(WakeWordServiceControl, DisablingWakeWordsEndsBothSessionsOnce) {
@@ -159,6 +178,47 @@ TEST_F(WakeWordServiceControl, AspEventsReachTheInputAndNttDecoders) {
     auto events = clientEvents();
     ASSERT_EQ(before + 3, events.size());
     EXPECT_EQ((std::vector<std::string>{"wws_ntt", "1", "ASPState", "0"}), events.back());
+}
+
+// The device's signal processor reaches the engine through the monitor the service runs.
+TEST_F(WakeWordServiceControl, SignalProcessorStateReachesTheEngine) {
+    config.preloadNttModel = true;  // a separate turn-taking decoder hears it too
+    sp<WakeWordService> service = wws_test::createService(config);
+    ASSERT_TRUE(service->mNttDecoderReady);
+    sp<asp::host::AudioSignalProcessorService> processor = wws_test::signalProcessor();
+    ASSERT_TRUE(wws_test::waitFor([&] { return processor->listenerCount() == 1; }));
+    processor->sendEvent(2, {0, 0, 0, 0});
+    android::host::flushBinderThread();
+    auto events = clientEvents();
+    ASSERT_GE(events.size(), 2u);
+    EXPECT_EQ((std::vector<std::string>{kInput, "1", "ASPState", "1"}), events[events.size() - 2]);
+    EXPECT_EQ((std::vector<std::string>{"wws_ntt", "1", "ASPState", "1"}), events.back());
+    // Teardown: the outstanding 1 is taken back, and the monitor lets go of the processor.
+    size_t before = clientEvents().size();
+    service.clear();
+    EXPECT_EQ(0u, processor->listenerCount());
+    events = clientEvents();
+    ASSERT_GT(events.size(), before);
+    EXPECT_EQ("ASPState", events[before][2]);
+    EXPECT_EQ("0", events[before][3]);
+}
+
+// Events keep coming while services come and go: none reaches a service being torn down.
+TEST_F(WakeWordServiceControl, SignalProcessorEventsDuringTeardownAreHarmless) {
+    sp<asp::host::AudioSignalProcessorService> processor = wws_test::signalProcessor();
+    std::atomic<bool> done{false};
+    std::thread events([&] {
+        while (!done) processor->sendEvent(2, {0, 0, 0, 0});
+    });
+    for (int round = 0; round < 20; ++round) {
+        sp<WakeWordService> service = wws_test::createService(config);
+        ASSERT_TRUE(wws_test::waitFor([&] { return processor->listenerCount() == 1; }));
+        service.clear();
+    }
+    done = true;
+    events.join();
+    android::host::flushBinderThread();
+    EXPECT_EQ(0u, processor->listenerCount());
 }
 
 TEST_F(WakeWordServiceControl, FingerprintDatabaseAndLibraryAttributes) {

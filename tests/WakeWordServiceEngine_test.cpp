@@ -10,6 +10,7 @@
 
 #include "LogCapture.h"
 #include "ServiceFactory.h"
+#include "Wait.h"
 
 using android::sp;
 using velmar::WakeWordService;
@@ -66,7 +67,8 @@ TEST_F(WakeWordServiceEngine, RegistersInOrderThenBuildsTheModelAndReportsNearMi
                       "NorvoModelSet_GetModelSetAttributes",
                       "NorvoDecoder_NewSpotterAudioDecoder",
                       "NorvoDecoder_GetDecoderThreadId",
-                      "NorvoDecoder_PushClientEvents",
+                      "NorvoDecoder_PushClientEvents",  // the signal processor monitor's start
+                      "NorvoDecoder_PushClientEvents",  // near-miss
               }),
               norvo_fake::callNames());
 
@@ -91,10 +93,16 @@ TEST_F(WakeWordServiceEngine, RegistersInOrderThenBuildsTheModelAndReportsNearMi
     EXPECT_EQ("WakeWordService_modelset", argOf("NorvoModelSet_New", 0));
     EXPECT_EQ("/models/ww/norvo.manifest", argOf("NorvoModelSet_New", 1));
     EXPECT_EQ("", argOf("NorvoModelSet_New", 2));
+    EXPECT_EQ((std::vector<std::string>{"WakeWordService_input_decoder", "1", "ASPState", "0"}),
+              norvo_fake::callsOf("NorvoDecoder_PushClientEvents").at(0).args);
     EXPECT_EQ((std::vector<std::string>{"WakeWordService_input_decoder", "1", "NearMissEnabled",
                                         "0"}),
-              norvo_fake::callsOf("NorvoDecoder_PushClientEvents").at(0).args);
-    EXPECT_NE(nullptr, service->mAspEventMonitor);
+              norvo_fake::callsOf("NorvoDecoder_PushClientEvents").at(1).args);
+    ASSERT_NE(nullptr, service->mAspEventMonitor);
+    // The monitor registers with the signal processor on its own thread.
+    EXPECT_TRUE(wws_test::waitFor([] { return wws_test::signalProcessor()->listenerCount() == 1; }));
+    service.clear();
+    EXPECT_EQ(0u, wws_test::signalProcessor()->listenerCount());
 }
 
 TEST_F(WakeWordServiceEngine, AedAndNttRegistrationsOnlyWhenConfigured) {
@@ -121,7 +129,7 @@ TEST_F(WakeWordServiceEngine, AedAndNttRegistrationsOnlyWhenConfigured) {
     EXPECT_EQ(norvo_fake::fnText(&wws_test::testNttEndOfSpeech),
               argOf("NorvoApi_SetNttEndOfSpeechCallback"));
     EXPECT_TRUE(log.contains(ANDROID_LOG_INFO, kTag, "TEMP LOG: setting EOS callback here"));
-    EXPECT_EQ("1", argOf("NorvoDecoder_PushClientEvents", 3));
+    EXPECT_EQ("1", norvo_fake::callsOf("NorvoDecoder_PushClientEvents").back().args[3]);
 
     norvo_fake::reset();
     ServiceConfig plain;
@@ -201,7 +209,7 @@ TEST_F(WakeWordServiceEngine, OnlyAFatalModelErrorFailsSetup) {
     EXPECT_TRUE(log.contains(ANDROID_LOG_ERROR, kTag, "Error creating NorvoModelSet for ww."));
     EXPECT_FALSE(log.contains("Error setting Norvo model."));
     // Setup went on past the model: the near-miss event was still sent.
-    EXPECT_EQ(1u, norvo_fake::callsOf("NorvoDecoder_PushClientEvents").size());
+    EXPECT_EQ("NearMissEnabled", norvo_fake::callsOf("NorvoDecoder_PushClientEvents").back().args[2]);
 }
 
 TEST_F(WakeWordServiceEngine, NearMissPushStatusIsTheSetupResult) {
@@ -308,12 +316,6 @@ TEST_F(WakeWordServiceEngine, DeviceInfoReachesTheEngineAsLookaheadMetadata) {
     char small[20];
     WakeWordService::norvoGetDeviceInfoJson(small, sizeof(small));
     EXPECT_EQ(expected.substr(0, 19), small);  // truncated by snprintf
-}
-
-TEST_F(WakeWordServiceEngine, SampleEventJson) {
-    char json[1024];
-    WakeWordService::norvoGetSampleEventJson(json, sizeof(json), 480, 18446744073709551615ULL);
-    EXPECT_STREQ("{ \"sample_count\":480, \"first_sample_index\":18446744073709551615 }", json);
 }
 
 TEST_F(WakeWordServiceEngine, DecoderThreadIsRenicedAndTheResultLogged) {

@@ -5,10 +5,13 @@
 #include <norvo_fake/FakeNorvo.h>
 
 #include <numeric>
+#include <thread>
 
 #include "AudioFeed.h"
 #include "LogCapture.h"
 #include "ServiceFactory.h"
+#include "TestMediaSources.h"
+#include "Wait.h"
 #include "WavFile.h"
 
 using android::sp;
@@ -210,36 +213,59 @@ TEST_F(WakeWordServiceInput, InjectedMonoIsCopiedIntoEveryChannel) {
 
 TEST_F(WakeWordServiceInput, MicrophoneIsIgnoredWhileAFileIsInjected) {
     sp<WakeWordService> service = start();
-    std::string path = wws_test::writeWav("hold.wav", wws_test::rampSamples(16000), 16000);
-    ASSERT_EQ(0, service->injectWaveFile(path.c_str(), true));  // playback-flagged: no input
-    ASSERT_TRUE(service->mInjector->isInjecting());
+    sp<wws_test::GatedSource> file = new wws_test::GatedSource(interleaved(256, 1, -3000));
+    ASSERT_EQ(0, service->mInjector->doPushInRealTime(file, false));
     std::vector<int16_t> samples = interleaved(320, 1);
     wws_test::deliverInput(*service, samples, 320);
     EXPECT_EQ(0u, service->mInputFrameCount);
     EXPECT_TRUE(norvo_fake::pushedMetadata(kInput).empty());
-    service->mInjector->requestExitAndWait();
+
+    file->open();
+    ASSERT_TRUE(wws_test::waitFor([&] { return !service->mInjector->isInjecting(); }));
+    EXPECT_EQ(interleaved(256, 1, -3000), norvo_fake::pushedSamples(kInput));
     wws_test::deliverInput(*service, samples, 320);
-    EXPECT_EQ(320u, service->mInputFrameCount);
+    EXPECT_EQ(256u + 320u, service->mInputFrameCount);
+}
+
+// The microphone's split buffers belong to the microphone: an injected block split on the injector
+// thread while a microphone push is under way must not change what that push hands the engine.
+TEST_F(WakeWordServiceInput, InjectionNeverWritesIntoTheMicrophonesSplitBuffers) {
+    config.oneMicEnabled = true;
+    config.oneMicAudioStream = wws_test::makeStream();
+    sp<WakeWordService> service = start();
+    std::vector<int16_t> microphone = interleaved(160, 2);
+    std::vector<int16_t> injected(160, -7);
+    bool interleavedOnce = false;
+    norvo_fake::setBeforeAudioPush([&](const std::string&) {
+        if (interleavedOnce) return;
+        interleavedOnce = true;
+        std::thread([&] {
+            WakeWordService::injectorCallbackFn(service.get(), injected.data(), 160, false);
+        }).join();
+    });
+    wws_test::deliverInput(*service, microphone, 160);
+
+    std::vector<int16_t> pushed = norvo_fake::pushedSamples(kInput);
+    ASSERT_EQ(320u, pushed.size());
+    EXPECT_EQ(injected, std::vector<int16_t>(pushed.begin(), pushed.begin() + 160));
+    EXPECT_EQ(channel(microphone, 2, 0), std::vector<int16_t>(pushed.begin() + 160, pushed.end()));
 }
 
 TEST_F(WakeWordServiceInput, FanOutOrderAndTheLastEnabledStepsStatus) {
+    config.aedAvailable = true;
     sp<WakeWordService> service = start();
-    // Stand-ins for the AED and separate NTT decoders.
-    ASSERT_EQ(0, NorvoModelSet_New("aux", "/aux", ""));
-    for (const char* id : {"WakeWordService_audiopresence_decoder", "wws_ntt"}) {
-        ASSERT_EQ(0, NorvoDecoder_NewSpotterAudioDecoder(
-                             id, "aux", "norvo",
-                             NorvoDecoder_NewNorvoMultichannelAudioFormat_Default(), "{}"));
-    }
-    service->mAedEnabled = true;
-    service->mNttDetectionEnabled = true;
-    service->mNttDecoderReady = true;
+    ASSERT_EQ(0, service->setAudioEventDetectionMode(true));
+    ASSERT_EQ(0, service->setNttDetectionMode(true, 0));
     std::vector<int16_t> samples = interleaved(160, 1);
     size_t mark = norvo_fake::calls().size();
-    EXPECT_EQ(0, service->passAudioForDetection(samples.data(), 160));
+    wws_test::deliverInput(*service, samples, 160);
     std::vector<std::string> order;
     auto all = norvo_fake::calls();
-    for (size_t i = mark; i < all.size(); ++i) order.push_back(all[i].args[0]);
+    for (size_t i = mark; i < all.size(); ++i) {
+        ASSERT_EQ("NorvoDecoder_PushAudioEvent", all[i].op);
+        EXPECT_EQ(sampleEvent(160, 0), all[i].args[2]);  // one sample event for every decoder
+        order.push_back(all[i].args[0]);
+    }
     EXPECT_EQ((std::vector<std::string>{kInput, "WakeWordService_audiopresence_decoder",
                                         "wws_ntt"}),
               order);
@@ -301,9 +327,3 @@ TEST(WakeWordServiceInputDeathTest, FatalEngineStatusEndsTheProcess) {
             "Fatal error from Norvo");
 }
 
-TEST(WakeWordServiceInputIds, OnlyTheInputDecoderIdMatches) {
-    EXPECT_TRUE(WakeWordService::isInputDecoderId("WakeWordService_input_decoder"));
-    EXPECT_FALSE(WakeWordService::isInputDecoderId("WakeWordService_playback_decoder"));
-    EXPECT_FALSE(WakeWordService::isInputDecoderId("WakeWordService_input_decoder2"));
-    EXPECT_FALSE(WakeWordService::isInputDecoderId(nullptr));
-}

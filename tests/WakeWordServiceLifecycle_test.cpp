@@ -1,5 +1,6 @@
 // initialize / destroy / release / dump, and the reference-counted lifecycle around them.
 #include <gtest/gtest.h>
+#include <media/HostAudio.h>
 #include <norvo_fake/FakeNorvo.h>
 #include <unistd.h>
 
@@ -8,6 +9,7 @@
 
 #include "LogCapture.h"
 #include "ServiceFactory.h"
+#include "Wait.h"
 
 using android::sp;
 using velmar::WakeWordService;
@@ -17,6 +19,8 @@ using wws_test::ServiceConfig;
 namespace {
 
 constexpr const char* kTag = "WakeWordService";
+constexpr const char* kInputDecoder = "WakeWordService_input_decoder";
+namespace host = android::host;
 
 // The callback removals destroy() makes, in order.
 const std::vector<std::string> kRemovals = {
@@ -198,11 +202,24 @@ TEST_F(WakeWordServiceLifecycle, NttResultCallbackIsRemovedOnlyWithAnNttDecoder)
     EXPECT_TRUE(log.contains(ANDROID_LOG_ERROR, kTag, "Error removing NttResultsCallback."));
 }
 
-TEST_F(WakeWordServiceLifecycle, LastReferenceRunsDestroy) {
+// Teardown stops the capture before it deletes the decoders: no buffer may reach a decoder that
+// is going away, and the last reference runs the whole sequence.
+TEST_F(WakeWordServiceLifecycle, LastReferenceStopsCaptureBeforeDeletingTheDecoders) {
+    host::reset();
+    host::attachSource(AUDIO_SOURCE_HOTWORD,
+                       new host::GeneratedPcm([](uint64_t, uint32_t) { return 0; }));
     sp<WakeWordService> service = wws_test::createService(config);
+    ASSERT_EQ(0, service->setDetectorEnabled(true));
+    ASSERT_TRUE(wws_test::waitFor([&] { return service->mInputFrameCount > 0; }));
+    int capturingAtDelete = -1;
+    norvo_fake::setBeforeDecoderDelete([&](const std::string& id) {
+        if (id == kInputDecoder) capturingAtDelete = host::activeRecordings(AUDIO_SOURCE_HOTWORD);
+    });
     size_t mark = norvo_fake::calls().size();
     service.clear();
+    EXPECT_EQ(0, capturingAtDelete);
     EXPECT_EQ(kRemovals, nullRegistrationsSince(mark));
+    host::reset();
 }
 
 TEST_F(WakeWordServiceLifecycle, ReleaseChangesNothing) {

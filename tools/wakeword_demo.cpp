@@ -4,6 +4,7 @@
 // it, printing what happened at each step.
 //   wakeword_demo [wav-path]   (default: a file it writes to a temporary folder)
 // Exits 0 when the engine reported exactly one wake word.
+#include <asp/HostAudioSignalProcessor.h>
 #include <norvo_fake/FakeNorvo.h>
 #include <sndfile.h>
 #include <unistd.h>
@@ -53,6 +54,8 @@ bool writeUtterance(const std::string& path) {
 }  // namespace
 
 int main(int argc, char** argv) {
+    // The device's audio signal processor, which the service watches.
+    android::sp<asp::host::AudioSignalProcessorService> processor = asp::host::publishService();
     std::string wav = argc > 1 ? argv[1] : "";
     std::string folder;
     if (wav.empty()) {

@@ -35,8 +35,14 @@ bool FakeEngine::recordCall(const std::string& op, std::vector<std::string> args
 
 bool FakeEngine::recordCall_l(const std::string& op, std::vector<std::string> args,
                               NorvoStatus* status) {
+    auto once = args.empty() ? mOnceStatus.end() : mOnceStatus.find({op, args[0]});
     auto byId = args.empty() ? mIdStatus.end() : mIdStatus.find({op, args[0]});
     mCalls.push_back(Call{op, std::move(args)});
+    if (once != mOnceStatus.end()) {
+        *status = once->second;
+        mOnceStatus.erase(once);
+        return true;
+    }
     if (byId != mIdStatus.end()) {
         *status = byId->second;
         return true;
@@ -161,6 +167,12 @@ NorvoStatus FakeEngine::decoderCall(const std::string& op, std::vector<std::stri
 
 NorvoStatus FakeEngine::pushAudio(const char* id, const NorvoAudioEvent* event) {
     if (mIgnorePushes.load(std::memory_order_relaxed)) return NORVO_SUCCESS;
+    std::function<void(const std::string&)> hook;
+    {
+        std::lock_guard<std::mutex> guard(mLock);
+        hook = mBeforePush;
+    }
+    if (hook && id != nullptr) hook(id);
     NorvoStatus status = NORVO_SUCCESS;
     std::lock_guard<std::mutex> guard(mLock);
     if (mRecordPushes) {
@@ -170,6 +182,26 @@ NorvoStatus FakeEngine::pushAudio(const char* id, const NorvoAudioEvent* event) 
             args.push_back(text(event->metadata));
         }
         if (recordCall_l("NorvoDecoder_PushAudioEvent", std::move(args), &status)) return status;
+    }
+    // Counted pushes are tallied whether or not the decoder exists: a push racing the decoder's
+    // deletion was still made, and its buffer still counted by the client.
+    if (!mRecordPushes && id != nullptr && event != nullptr && event->metadata != nullptr) {
+        unsigned int count = 0;
+        unsigned long long first = 0;
+        sscanf(event->metadata, "{ \"sample_count\":%u, \"first_sample_index\":%llu }", &count,
+               &first);
+        Tally& tally = mTallies[id];
+        if (tally.counts.events != 0 && first != tally.nextIndex) ++tally.counts.discontinuities;
+        ++tally.counts.events;
+        tally.counts.samples += count;
+        // The index counts frames; interleaved channels put several samples in one frame.
+        auto decoder = mDecoders.find(id);
+        const uint32_t channels =
+                decoder == mDecoders.end()
+                        ? 1
+                        : decoder->second->info.format.words[NORVO_AUDIO_FORMAT_WORD_CHANNEL_COUNT];
+        tally.nextIndex = first + count / (channels == 0 ? 1 : channels);
+        return decoder == mDecoders.end() ? kNotFound : NORVO_SUCCESS;
     }
     if (id == nullptr || mDecoders.count(id) == 0) return kNotFound;
     if (mRecordPushes && event != nullptr && event->metadata != nullptr) {
@@ -223,6 +255,17 @@ void FakeEngine::scriptKeyword(const std::string& decoderId, int16_t trigger,
     mKeywords[decoderId] = ScriptedKeyword{trigger, keyword, blob};
 }
 
+void FakeEngine::setAudioPushesCountedOnly(bool counted) {
+    std::lock_guard<std::mutex> guard(mLock);
+    mRecordPushes = !counted;
+}
+
+PushTally FakeEngine::pushTally(const std::string& id) {
+    std::lock_guard<std::mutex> guard(mLock);
+    auto found = mTallies.find(id);
+    return found == mTallies.end() ? PushTally{} : found->second.counts;
+}
+
 std::vector<int16_t> FakeEngine::pushedSamples(const std::string& id) {
     std::lock_guard<std::mutex> guard(mLock);
     auto found = mPushedSamples.find(id);
@@ -252,11 +295,14 @@ void FakeEngine::reset() {
         mCalls.clear();
         mOpStatus.clear();
         mIdStatus.clear();
+        mOnceStatus.clear();
         mAttributes.clear();
         mModelSets.clear();
         mCallbacks = Callbacks{};
         mRecordPushes = true;
+        mTallies.clear();
         mBeforeDelete = nullptr;
+        mBeforePush = nullptr;
         mPushedSamples.clear();
         mPushedMetadata.clear();
         mKeywords.clear();
@@ -282,10 +328,16 @@ void FakeEngine::setStatus(const std::string& op, const std::string& id, NorvoSt
     }
 }
 
+void FakeEngine::setStatusOnce(const std::string& op, const std::string& id, NorvoStatus status) {
+    std::lock_guard<std::mutex> guard(mLock);
+    mOnceStatus[{op, id}] = status;
+}
+
 void FakeEngine::clearStatuses() {
     std::lock_guard<std::mutex> guard(mLock);
     mOpStatus.clear();
     mIdStatus.clear();
+    mOnceStatus.clear();
 }
 
 void FakeEngine::setModelSetAttributes(const std::string& id, const std::string& json) {
@@ -301,6 +353,11 @@ void FakeEngine::setLibraryAttributes(const std::string& text) {
 void FakeEngine::setBeforeDecoderDelete(std::function<void(const std::string&)> hook) {
     std::lock_guard<std::mutex> guard(mLock);
     mBeforeDelete = std::move(hook);
+}
+
+void FakeEngine::setBeforeAudioPush(std::function<void(const std::string&)> hook) {
+    std::lock_guard<std::mutex> guard(mLock);
+    mBeforePush = std::move(hook);
 }
 
 bool FakeEngine::modelSet(const std::string& id, ModelSetInfo* out) {
@@ -371,6 +428,9 @@ void setStatus(const std::string& op, NorvoStatus status) {
 void setStatus(const std::string& op, const std::string& id, NorvoStatus status) {
     FakeEngine::instance().setStatus(op, id, status);
 }
+void setStatusOnce(const std::string& op, const std::string& id, NorvoStatus status) {
+    FakeEngine::instance().setStatusOnce(op, id, status);
+}
 void clearStatuses() {
     FakeEngine::instance().clearStatuses();
 }
@@ -408,6 +468,12 @@ int decoderThreadNice(const std::string& decoderId) {
 }
 
 void setAudioPushesIgnored(bool ignored) { FakeEngine::instance().setAudioPushesIgnored(ignored); }
+void setAudioPushesCountedOnly(bool counted) {
+    FakeEngine::instance().setAudioPushesCountedOnly(counted);
+}
+PushTally pushTally(const std::string& decoderId) {
+    return FakeEngine::instance().pushTally(decoderId);
+}
 std::vector<int16_t> pushedSamples(const std::string& decoderId) {
     return FakeEngine::instance().pushedSamples(decoderId);
 }
@@ -421,6 +487,10 @@ void scriptKeyword(const std::string& decoderId, int16_t trigger, const std::str
 
 void setBeforeDecoderDelete(std::function<void(const std::string&)> hook) {
     FakeEngine::instance().setBeforeDecoderDelete(std::move(hook));
+}
+
+void setBeforeAudioPush(std::function<void(const std::string&)> hook) {
+    FakeEngine::instance().setBeforeAudioPush(std::move(hook));
 }
 
 void emitLog(int level, const std::string& message) {

@@ -52,10 +52,13 @@ class FakeEngine {
     void reset();
     std::vector<Call> calls();
     void setStatus(const std::string& op, const std::string& id, NorvoStatus status);
+    void setStatusOnce(const std::string& op, const std::string& id, NorvoStatus status);
     void clearStatuses();
     void setModelSetAttributes(const std::string& id, const std::string& json);
     void setLibraryAttributes(const std::string& text);
     void setAudioPushesIgnored(bool ignored) { mIgnorePushes.store(ignored); }
+    void setAudioPushesCountedOnly(bool counted);
+    PushTally pushTally(const std::string& id);
     std::vector<int16_t> pushedSamples(const std::string& id);
     std::vector<std::string> pushedMetadata(const std::string& id);
     bool modelSet(const std::string& id, ModelSetInfo* out);
@@ -63,6 +66,7 @@ class FakeEngine {
     std::vector<std::string> decoderIds();
     bool runOnDecoderThread(const std::string& id, std::function<void()> fn, bool wait);
     void setBeforeDecoderDelete(std::function<void(const std::string&)> hook);
+    void setBeforeAudioPush(std::function<void(const std::string&)> hook);
     void scriptKeyword(const std::string& decoderId, int16_t trigger, const std::string& keyword,
                        const std::vector<uint8_t>& blob);
 
@@ -78,12 +82,19 @@ class FakeEngine {
     std::vector<Call> mCalls;                                              // guarded by mLock
     std::map<std::string, NorvoStatus> mOpStatus;                          // guarded by mLock
     std::map<std::pair<std::string, std::string>, NorvoStatus> mIdStatus;  // guarded by mLock
+    std::map<std::pair<std::string, std::string>, NorvoStatus> mOnceStatus;  // guarded by mLock
     std::map<std::string, std::string> mAttributes;                        // guarded by mLock
     std::map<std::string, ModelSetInfo> mModelSets;                        // guarded by mLock
     std::map<std::string, std::shared_ptr<Decoder>> mDecoders;             // guarded by mLock
     Callbacks mCallbacks{};                                                // guarded by mLock
     bool mRecordPushes = true;                                             // guarded by mLock
+    struct Tally {
+        PushTally counts{};
+        uint64_t nextIndex = 0;
+    };
+    std::map<std::string, Tally> mTallies;  // guarded by mLock
     std::function<void(const std::string&)> mBeforeDelete;                 // guarded by mLock
+    std::function<void(const std::string&)> mBeforePush;                   // guarded by mLock
     std::map<std::string, std::vector<int16_t>> mPushedSamples;       // guarded by mLock
     std::map<std::string, std::vector<std::string>> mPushedMetadata;  // guarded by mLock
     std::atomic<bool> mIgnorePushes{false};

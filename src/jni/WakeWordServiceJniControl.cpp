@@ -34,22 +34,23 @@ jint statusWrapper(JNIEnv* env, const char* notCreatedMessage, jint notCreatedVa
     return status;
 }
 
-// Path-taking wrappers: a missing or unconvertible path is -22 with its own message; every
-// failure, that one included, is then logged with errorFormat.
+// Path-taking wrappers: no service is -22 after its own message, and so is a missing or
+// unconvertible path; every failure, those two included, is then logged with errorFormat.
 template <typename Call>
 jint pathWrapper(JNIEnv* env, jstring path, const char* notCreatedMessage,
                  const char* conversionMessage, const char* errorFormat, Call call) {
     sp<WakeWordService> service = getNativeService(env);
+    status_t status = kNotCreatedPath;
     if (service == nullptr) {
         ALOGE("%s", notCreatedMessage);
-        return kNotCreatedPath;
-    }
-    JavaString text(env, path);
-    status_t status = android::BAD_VALUE;
-    if (text.get() == nullptr) {
-        ALOGE("%s", conversionMessage);
     } else {
-        status = call(*service, text.get());
+        JavaString text(env, path);
+        if (text.get() == nullptr) {
+            ALOGE("%s", conversionMessage);
+            status = android::BAD_VALUE;
+        } else {
+            status = call(*service, text.get());
+        }
     }
     if (status != android::NO_ERROR) ALOGE(errorFormat, status);
     return status;

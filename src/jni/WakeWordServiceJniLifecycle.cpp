@@ -10,6 +10,7 @@
 #include <new>
 
 #include "JavaString.h"
+#include "JniPointer.h"
 #include "WakeWordServiceJni.h"
 
 using android::sp;
@@ -24,7 +25,7 @@ const void* javaOwnerId() { return &gInstance; }
 template <typename T>
 sp<T> getNativeInstance(JNIEnv* env, jobject object, jfieldID field) {
     android::Mutex::Autolock lock(velmar::gJniMutex);
-    return reinterpret_cast<T*>(env->GetLongField(object, field));
+    return javaLongToPointer<T>(env->GetLongField(object, field));
 }
 
 void setNativeInstance(JNIEnv* env, jlong value) {
@@ -50,7 +51,7 @@ sp<WakeWordService> getNativeService(JNIEnv* env) {
     jlong address =
             env->GetLongField(instance, gNativeWakeWordServiceCoreClassInfo.mNativeInstance);
     env->DeleteLocalRef(instance);
-    return reinterpret_cast<WakeWordService*>(static_cast<intptr_t>(address));
+    return javaLongToPointer<WakeWordService>(address);
 }
 
 int copyToCharArray(JNIEnv* env, jobjectArray array, const char**& out) {
@@ -170,7 +171,7 @@ jint constructService(JNIEnv* env, jstring packageName, jobject audioStream,
             norvoPath.get(), aedStaticPath.get(), nttPath.get(), pmaPath.get(), aedCustomPath.get(),
             keywords.array, keywords.count, flags[0], flags[1], flags[2], flags[3], flags[4],
             flags[5], flags[6], oneMicSupplied, numbers[0], numbers[1], numbers[2], numbers[3]);
-    setNativeInstance(env, static_cast<jlong>(reinterpret_cast<intptr_t>(service->get())));
+    setNativeInstance(env, pointerToJavaLong(service->get()));
     (*service)->incStrong(javaOwnerId());
     if ((*service)->mInitStatus != android::NO_ERROR) {
         ALOGE("Error initializing WakeWordService. Error=%d", (*service)->mInitStatus);

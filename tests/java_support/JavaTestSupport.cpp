@@ -3,22 +3,20 @@
 // captures the Android log. Test code only; never part of the service.
 #include <dlfcn.h>
 #include <jni.h>
+#include <media/AudioRecord.h>
+#include <media/HostAudio.h>
 #include <norvo_fake/FakeNorvo.h>
 
+#include <map>
 #include <memory>
 #include <string>
 #include <thread>
 #include <vector>
 
 #include "LogCapture.h"
+#include "ServiceFactory.h"
 #include "WakeWordService.h"
-
-// The bridge's entry points, called directly to reach code paths an engine cannot.
-void norvoEnumerationEventCallback_JNI(NorvoDecoderId decoderId, NorvoEnumeratedResult* result);
-void aedStaticDecoderStatusCallback_JNI(bool started);
-void aedCustomDecoderStatusCallback_JNI(bool started);
-void nttDecoderStatusCallback_JNI(bool started);
-void pmaDecoderStatusCallback_JNI(bool started);
+#include "WakeWordServiceJni.h"  // the bridge's entry points, called directly
 
 namespace {
 
@@ -30,6 +28,17 @@ std::string text(JNIEnv* env, jstring string) {
     std::string copy = chars == nullptr ? std::string() : chars;
     if (chars != nullptr) env->ReleaseStringUTFChars(string, chars);
     return copy;
+}
+
+// The strings of a String[] (null elements become ""), each element's local reference released.
+std::vector<std::string> stringsOf(JNIEnv* env, jobjectArray array) {
+    std::vector<std::string> copies;
+    for (jsize i = 0; array != nullptr && i < env->GetArrayLength(array); ++i) {
+        auto element = static_cast<jstring>(env->GetObjectArrayElement(array, i));
+        copies.push_back(text(env, element));
+        if (element != nullptr) env->DeleteLocalRef(element);
+    }
+    return copies;
 }
 
 std::vector<uint8_t> bytes(JNIEnv* env, jbyteArray array) {
@@ -60,13 +69,21 @@ bool onDecoderThread(const std::string& decoder, std::function<void()> fn) {
 
 std::unique_ptr<wws_test::LogCapture> gLog;
 
+// The pushed sources attached to the host audio system, by input source.
+std::mutex gSourcesLock;
+std::map<int, android::sp<android::host::PushedPcm>> gSources;  // guarded by gSourcesLock
+
 }  // namespace
 
 extern "C" {
 
 // This library's own load hook. Without it the VM would find the bridge's JNI_OnLoad through this
-// library's dependencies and run it when the test helpers load.
-JNIEXPORT jint JNI_OnLoad(JavaVM*, void*) { return JNI_VERSION_1_4; }
+// library's dependencies and run it when the test helpers load. It also publishes the device's
+// audio signal processor service, which every service created in the tests looks for.
+JNIEXPORT jint JNI_OnLoad(JavaVM*, void*) {
+    wws_test::signalProcessor();
+    return JNI_VERSION_1_4;
+}
 
 // ---- NativeLog -------------------------------------------------------------------------------
 
@@ -88,7 +105,40 @@ JNIEXPORT jobjectArray JNICALL Java_velmar_speech_test_NativeLog_lines(JNIEnv* e
     return stringArray(env, lines);
 }
 
+// ---- HostAudio -----------------------------------------------------------------------------
+
+JNIEXPORT void JNICALL Java_velmar_speech_test_HostAudio_reset(JNIEnv*, jclass) {
+    std::lock_guard<std::mutex> guard(gSourcesLock);
+    gSources.clear();
+    android::host::reset();
+}
+
+JNIEXPORT void JNICALL Java_velmar_speech_test_HostAudio_push(JNIEnv* env, jclass, jint source,
+                                                              jshortArray samples) {
+    std::vector<int16_t> copy(static_cast<size_t>(env->GetArrayLength(samples)));
+    env->GetShortArrayRegion(samples, 0, static_cast<jsize>(copy.size()), copy.data());
+    std::lock_guard<std::mutex> guard(gSourcesLock);
+    android::sp<android::host::PushedPcm>& pcm = gSources[source];
+    if (pcm == nullptr) {
+        pcm = new android::host::PushedPcm();
+        android::host::attachSource(static_cast<audio_source_t>(source), pcm);
+    }
+    pcm->push(std::move(copy));
+}
+
 // ---- FakeNorvo: scripts and records ------------------------------------------------------------
+
+// Every sample pushed to the decoder so far.
+JNIEXPORT jshortArray JNICALL Java_velmar_speech_test_FakeNorvo_pushedSamples(JNIEnv* env, jclass,
+                                                                            jstring decoderId) {
+    std::vector<int16_t> samples = norvo_fake::pushedSamples(text(env, decoderId));
+    jshortArray array = env->NewShortArray(static_cast<jsize>(samples.size()));
+    if (array != nullptr) {
+        env->SetShortArrayRegion(array, 0, static_cast<jsize>(samples.size()), samples.data());
+    }
+    return array;
+}
+
 
 JNIEXPORT void JNICALL Java_velmar_speech_test_FakeNorvo_reset(JNIEnv*, jclass) {
     norvo_fake::reset();
@@ -158,17 +208,6 @@ JNIEXPORT jboolean JNICALL Java_velmar_speech_test_FakeNorvo_fireEnumerated(
     });
 }
 
-// Calls the bridge's wake-word callback straight from a new native thread (no engine involved).
-JNIEXPORT void JNICALL Java_velmar_speech_test_FakeNorvo_callEnumeratedCallbackDirectly(
-        JNIEnv*, jclass) {
-    std::thread([] {
-        NorvoEnumeratedResult result{};
-        result.keyword = "LATE";
-        result.detailText = "";
-        norvoEnumerationEventCallback_JNI(kInputDecoder, &result);
-    }).join();
-}
-
 JNIEXPORT jboolean JNICALL Java_velmar_speech_test_FakeNorvo_firePresence(
         JNIEnv* env, jclass, jstring decoderId, jstring eventName, jlong begin, jlong end,
         jint detectionType, jboolean flag) {
@@ -230,14 +269,8 @@ JNIEXPORT jboolean JNICALL Java_velmar_speech_test_FakeNorvo_fireJsondata(
 // texts: four strings (program/group, source/schema, name, value); metadata: name, value, ...
 JNIEXPORT jboolean JNICALL Java_velmar_speech_test_FakeNorvo_fireMetrics(
         JNIEnv* env, jclass, jboolean quillan, jobjectArray texts, jint type, jobjectArray metadata) {
-    std::vector<std::string> t;
-    for (jsize i = 0; i < env->GetArrayLength(texts); ++i) {
-        t.push_back(text(env, static_cast<jstring>(env->GetObjectArrayElement(texts, i))));
-    }
-    std::vector<std::string> m;
-    for (jsize i = 0; metadata != nullptr && i < env->GetArrayLength(metadata); ++i) {
-        m.push_back(text(env, static_cast<jstring>(env->GetObjectArrayElement(metadata, i))));
-    }
+    std::vector<std::string> t = stringsOf(env, texts);
+    std::vector<std::string> m = stringsOf(env, metadata);
     std::vector<NorvoDMSMetricMetadataEntry> entries;
     for (size_t i = 0; i + 1 < m.size(); i += 2) entries.push_back({m[i].c_str(), m[i + 1].c_str()});
     norvo_fake::Callbacks callbacks = norvo_fake::callbacks();
@@ -350,6 +383,113 @@ JNIEXPORT void JNICALL Java_velmar_speech_test_FakeNorvo_fireDecoderStatus(JNIEn
     if (name == "pma") pmaDecoderStatusCallback_JNI(started);
 }
 
+// Calls one of the bridge's engine-facing callbacks (named as the Java recorder names its event)
+// with a plain record: on the calling Java thread, or on a new native thread, as an engine would.
+// Returns -1 for an unknown name, 1 when a native thread was left attached to the VM, else 0.
+JNIEXPORT jint JNICALL Java_velmar_speech_test_FakeNorvo_callBridgeDirectly(JNIEnv* env, jclass,
+                                                                           jstring kind,
+                                                                           jboolean onNativeThread) {
+    const std::string name = text(env, kind);
+    auto call = [&name]() -> bool {
+        static const NorvoDMSMetricMetadataEntry entry{"k", "v"};
+        static const uint8_t payload[2] = {1, 2};
+        NorvoEnumeratedResult enumerated{};
+        enumerated.beginSampleIndex = 10;
+        enumerated.endSampleIndex = 20;
+        enumerated.keyword = "K";
+        enumerated.detailText = "";
+        NorvoAcousticEventDetectionResult presence{10, 20, 0, "Event", 1};
+        NorvoNttResult ntt{};
+        ntt.beginSampleIndex = 10;
+        ntt.detectionSampleIndex = 20;
+        NorvoNttEndOfSpeech endOfSpeech{0, 5};
+        NorvoDMSMetricData metrics{"p", "s", "n", "v", 0, {0, 0}, &entry, 1};
+        NorvoDMSQuillanMetricData quillan{"g", "s", "n", "v", 1, 0, &entry, 1};
+        NorvoFederatedLearningEvent event{0, "{}", 2, payload};
+        NorvoFederatedLearningUnsecuredEvent unsecured{&event, 0.5f, "app"};
+        NorvoFederatedLearningIdleDetectionResult idle{7};
+        if (name == "enumerated") norvoEnumerationEventCallback_JNI(kInputDecoder, &enumerated);
+        else if (name == "localCommand") norvoLocalCommandCallback_JNI(kInputDecoder, &enumerated);
+        else if (name == "presence") norvoPresenceDetectionCallback_JNI("aed", &presence);
+        else if (name == "ntt") norvoNttResultCallback_JNI("wws_ntt", &ntt);
+        else if (name == "endOfSpeech") norvoNttEndOfSpeechResultCallback_JNI("wws_ntt", &endOfSpeech);
+        else if (name == "json") norvoSetJsondataCallback_JNI("a", "b", "c", "d", 1, 2);
+        else if (name == "metrics") recordMetricsCallback_JNI(&metrics);
+        else if (name == "quillanMetrics") recordQuillanMetricsCallback_JNI(&quillan);
+        else if (name == "flEvent") handleFederatedLearningEventCallback_JNI("set", "m", &event);
+        else if (name == "flUnsecured")
+            handleFederatedLearningUnsecuredEventCallback_JNI("set", "m", &unsecured);
+        else if (name == "flIdle") handleFederatedLearningIdleDetectionResultCallback_JNI("set", "m", &idle);
+        else if (name == "aedStatic") aedStaticDecoderStatusCallback_JNI(true);
+        else if (name == "aedCustom") aedCustomDecoderStatusCallback_JNI(true);
+        else if (name == "nttDecoder") nttDecoderStatusCallback_JNI(true);
+        else if (name == "pmaDecoder") pmaDecoderStatusCallback_JNI(true);
+        else return false;
+        return true;
+    };
+    if (!onNativeThread) return call() ? 0 : -1;
+    JavaVM* vm = nullptr;
+    env->GetJavaVM(&vm);
+    jint result = 0;
+    std::thread([&] {
+        if (!call()) {
+            result = -1;
+            return;
+        }
+        JNIEnv* after = nullptr;
+        result = vm->GetEnv(reinterpret_cast<void**>(&after), JNI_VERSION_1_4) == JNI_EDETACHED
+                         ? 0
+                         : 1;
+    }).join();
+    return result;
+}
+
+JNIEXPORT void JNICALL Java_velmar_speech_test_FakeNorvo_setAudioPushesCountedOnly(JNIEnv*, jclass,
+                                                                                  jboolean counted) {
+    norvo_fake::setAudioPushesCountedOnly(counted);
+}
+
+// {events, samples, discontinuities} pushed to the decoder while pushes were only counted.
+JNIEXPORT jlongArray JNICALL Java_velmar_speech_test_FakeNorvo_pushTally(JNIEnv* env, jclass,
+                                                                        jstring decoderId) {
+    norvo_fake::PushTally tally = norvo_fake::pushTally(text(env, decoderId));
+    const jlong values[3] = {static_cast<jlong>(tally.events), static_cast<jlong>(tally.samples),
+                             static_cast<jlong>(tally.discontinuities)};
+    jlongArray array = env->NewLongArray(3);
+    if (array != nullptr) env->SetLongArrayRegion(array, 0, 3, values);
+    return array;
+}
+
+// Delivers buffers of frames frames (a ramp) to the service at address through its microphone or
+// playback AudioRecord callback, on a new native thread, as fast as they go; returns when done.
+JNIEXPORT void JNICALL Java_velmar_speech_test_FakeNorvo_deliverBuffers(JNIEnv*, jclass,
+                                                                       jlong address,
+                                                                       jboolean playback,
+                                                                       jint buffers, jint frames) {
+    auto* service = reinterpret_cast<velmar::WakeWordService*>(static_cast<uintptr_t>(address));
+    std::thread([=] {
+        const size_t channels = playback ? 1 : velmar::gChannelCount;
+        std::vector<int16_t> samples(static_cast<size_t>(frames) * channels);
+        for (size_t i = 0; i < samples.size(); ++i) samples[i] = static_cast<int16_t>(i);
+        android::AudioRecord::Buffer buffer;
+        buffer.frameCount = static_cast<size_t>(frames);
+        buffer.size = samples.size() * sizeof(int16_t);
+        buffer.raw = samples.data();
+        auto callback = playback ? velmar::WakeWordService::playbackAudioRecordCallbackFn
+                                 : velmar::WakeWordService::audioRecordCallbackFn;
+        for (jint i = 0; i < buffers; ++i) {
+            callback(android::AudioRecord::EVENT_MORE_DATA, service, &buffer);
+        }
+    }).join();
+}
+
+// Deliberately leaks local references, so that the test runner can be shown to fail on the
+// warning HotSpot prints for it.
+JNIEXPORT void JNICALL Java_velmar_speech_test_FakeNorvo_leakLocalReferences(JNIEnv* env, jclass,
+                                                                            jint count) {
+    for (jint i = 0; i < count; ++i) env->NewStringUTF("leaked");
+}
+
 // Runs the bridge's JNI_OnLoad again and returns its result.
 JNIEXPORT jint JNICALL Java_velmar_speech_test_FakeNorvo_callJniOnLoad(JNIEnv* env, jclass) {
     void* bridge = dlopen("libwakewordservice.so", RTLD_NOW | RTLD_NOLOAD);
@@ -365,7 +505,7 @@ JNIEXPORT jint JNICALL Java_velmar_speech_test_FakeNorvo_callJniOnLoad(JNIEnv* e
 // The service's constructor arguments as they landed, "name=value" joined with ';'.
 JNIEXPORT jstring JNICALL Java_velmar_speech_test_FakeNorvo_describeService(JNIEnv* env, jclass,
                                                                            jlong address) {
-    auto* s = reinterpret_cast<velmar::WakeWordService*>(static_cast<intptr_t>(address));
+    auto* s = reinterpret_cast<velmar::WakeWordService*>(static_cast<uintptr_t>(address));
     if (s == nullptr) return env->NewStringUTF("");
     std::string d;
     auto add = [&d](const std::string& name, const std::string& value) {

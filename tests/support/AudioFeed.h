@@ -23,6 +23,17 @@ inline void deliverInput(velmar::WakeWordService& service, std::vector<int16_t>&
                                                    &buffer);
 }
 
+// Delivers mono samples through the playback AudioRecord callback, as the platform's callback
+// thread would.
+inline void deliverPlayback(velmar::WakeWordService& service, std::vector<int16_t>& samples) {
+    android::AudioRecord::Buffer buffer;
+    buffer.frameCount = samples.size();
+    buffer.size = samples.size() * sizeof(int16_t);
+    buffer.raw = samples.data();
+    velmar::WakeWordService::playbackAudioRecordCallbackFn(android::AudioRecord::EVENT_MORE_DATA,
+                                                           &service, &buffer);
+}
+
 // A reader positioned at the stream's current end: it sees what is written from now on.
 inline android::sp<velmar::AudioStreamReader> readerAtEnd(
         const android::sp<velmar::AudioStream>& stream) {

@@ -3,7 +3,9 @@
 #pragma once
 
 #include <WakeWordService.h>
+#include <asp/HostAudioSignalProcessor.h>
 
+#include <string>
 #include <vector>
 
 namespace wws_test {
@@ -27,6 +29,10 @@ void testFederatedLearningUnsecured(const char*, const char*,
 void testFederatedLearningIdle(const char*, const char*,
                                NorvoFederatedLearningIdleDetectionResult*);
 
+// What the four decoder-status callbacks above were told, in order: "aedStatic:1", "ntt:0", ...
+std::vector<std::string> statusReports();
+void clearStatusReports();
+
 android::sp<velmar::AudioStream> makeStream(audio_format_t format = AUDIO_FORMAT_PCM_16_BIT,
                                             uint32_t channels = 1);
 
@@ -41,7 +47,9 @@ struct ServiceConfig {
     const char* aedCustomModelPath = "/models/aed/custom.json";
     std::vector<const char*> wakeWords{"HEYVELMAR"};
     bool playbackViaAudioRecord = false;
-    bool suppressPlaybackAtInit = false;
+    // The playback notifier reports stream states from its own thread at times of its own; tests
+    // that do not examine it keep it off, so that their engine call sequences are exact.
+    bool suppressPlaybackAtInit = true;
     bool aedAvailable = false;
     bool nearMissEnabled = false;
     bool threeChannelInput = false;
@@ -53,6 +61,11 @@ struct ServiceConfig {
     int32_t localTimeOffset = 3600;
     int ttsStreamType = 9;
 };
+
+// The host "audiosignalprocessor" service every service of the tests finds, as on a device (its
+// monitor would otherwise search for it, once per lookup wait, for the service's whole life).
+// Published on first use.
+android::sp<asp::host::AudioSignalProcessorService> signalProcessor();
 
 // Constructs without taking a strong reference, so initialize() has not run yet. The caller owns
 // the object through the returned raw pointer until it assigns it to an sp.

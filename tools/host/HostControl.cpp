@@ -4,6 +4,7 @@
 // bridge benchmark, an engine thread that hands results to the bridge. Host tools only; never
 // part of the service.
 #include <android/log.h>
+#include <asp/HostAudioSignalProcessor.h>
 #include <fcntl.h>
 #include <jni.h>
 #include <media/HostAudio.h>
@@ -73,8 +74,11 @@ int64_t monotonicNs() {
 extern "C" {
 
 // This library's own load hook. Without it the VM would find the bridge's JNI_OnLoad through this
-// library's dependencies and run it a second time.
+// library's dependencies and run it a second time. It also publishes the device's audio signal
+// processor service, which the service looks up when it starts.
 JNIEXPORT jint JNI_OnLoad(JavaVM*, void*) {
+    static android::sp<asp::host::AudioSignalProcessorService> processor =
+            asp::host::publishService();
     return JNI_VERSION_1_4;
 }
 

@@ -20,7 +20,7 @@ namespace {
 sp<AudioStream> streamOf(JNIEnv* env, jobject thiz) {
     android::Mutex::Autolock lock(gJniMutex);
     return reinterpret_cast<AudioStream*>(
-            env->GetLongField(thiz, gAudioStreamClassInfo.mNativeInstance));
+            static_cast<uintptr_t>(env->GetLongField(thiz, gAudioStreamClassInfo.mNativeInstance)));
 }
 
 jlong nativeCreate(JNIEnv*, jclass, jint format, jint sampleRate, jint channelCount,
@@ -33,15 +33,16 @@ jlong nativeCreate(JNIEnv*, jclass, jint format, jint sampleRate, jint channelCo
             static_cast<size_t>(capacityBytes));
     // The Java object owns this reference until close().
     stream->incStrong(reinterpret_cast<void*>(&nativeCreate));
-    return reinterpret_cast<jlong>(stream.get());
+    // Unsigned: on 32-bit processes the upper half of the Java long stays zero.
+    return static_cast<jlong>(reinterpret_cast<uintptr_t>(stream.get()));
 }
 
 void nativeRelease(JNIEnv* env, jobject thiz) {
     AudioStream* stream = nullptr;
     {
         android::Mutex::Autolock lock(gJniMutex);
-        stream = reinterpret_cast<AudioStream*>(
-                env->GetLongField(thiz, gAudioStreamClassInfo.mNativeInstance));
+        stream = reinterpret_cast<AudioStream*>(static_cast<uintptr_t>(
+                env->GetLongField(thiz, gAudioStreamClassInfo.mNativeInstance)));
         env->SetLongField(thiz, gAudioStreamClassInfo.mNativeInstance, 0);
     }
     if (stream != nullptr) stream->decStrong(reinterpret_cast<void*>(&nativeCreate));

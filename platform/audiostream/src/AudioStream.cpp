@@ -14,6 +14,7 @@ namespace velmar {
 using android::BAD_VALUE;
 using android::INVALID_OPERATION;
 using android::NO_ERROR;
+using android::NOT_ENOUGH_DATA;
 using android::sp;
 using android::status_t;
 
@@ -119,6 +120,11 @@ void AudioStream::publish(uint32_t end, size_t bytes) {
     if (mWaiters.load(std::memory_order_seq_cst) > 0) wakeReaders();
 }
 
+void AudioStream::invalidate() {
+    mInvalid.store(true);
+    wakeReaders();
+}
+
 void AudioStream::wakeReaders() {
     mWakeSequence.fetch_add(1, std::memory_order_seq_cst);
     futexWakeAll(&mWakeSequence);
@@ -173,8 +179,8 @@ AudioStreamReader::AudioStreamReader(const sp<AudioStream>& stream, uint32_t pos
 size_t AudioStreamReader::available() const {
     uint32_t written = mStream->writePosition();
     int64_t ahead = distance(mPosition.load(), written);
-    if (ahead <= 0) return 0;
-    return static_cast<size_t>(std::min<int64_t>(ahead, mStream->mHeld.load()));
+    if (ahead <= 0 || ahead > static_cast<int64_t>(mStream->mHeld.load())) return 0;
+    return static_cast<size_t>(ahead);
 }
 
 ssize_t AudioStreamReader::read(void* buffer, size_t bytes, int timeoutMs) {
@@ -182,39 +188,29 @@ ssize_t AudioStreamReader::read(void* buffer, size_t bytes, int timeoutMs) {
     if (bytes == 0) return 0;
     if (buffer == nullptr) return BAD_VALUE;
     AudioStream& stream = *mStream;
+    if (stream.mInvalid.load()) return android::DEAD_OBJECT;
     const int64_t capacity = static_cast<int64_t>(stream.capacity());
     const int64_t deadline = timeoutMs > 0 ? monotonicMs() + timeoutMs : 0;
     for (;;) {
-        uint32_t start = mPosition.load(std::memory_order_relaxed);
-        uint32_t written = stream.mWritePos.load(std::memory_order_acquire);
-        int64_t ahead = distance(start, written);
+        const uint32_t start = mPosition.load(std::memory_order_relaxed);
+        const uint32_t written = stream.mWritePos.load(std::memory_order_acquire);
+        const int64_t ahead = distance(start, written);
         // mHeld is published before mWritePos (acquired above), so it covers `written`.
         const int64_t held = stream.mHeld.load(std::memory_order_relaxed);
         if (ahead > 0) {
-            if (ahead > held) {
-                mLostBytes.fetch_add(static_cast<uint64_t>(ahead - held));
-                start = written - static_cast<uint32_t>(held);
-                ahead = held;
-                if (ahead == 0) {
-                    // Nothing was ever written: wait (or return) as on an empty stream.
-                    mPosition.store(start, std::memory_order_relaxed);
-                    continue;
-                }
-            }
-            size_t count = std::min(bytes, static_cast<size_t>(ahead));
+            // Bytes from further back than the stream holds were overwritten, or never written.
+            if (ahead > held) return NOT_ENOUGH_DATA;
+            const size_t count = std::min(bytes, static_cast<size_t>(ahead));
             stream.load(start, static_cast<uint8_t*>(buffer), count);
-            uint32_t oldestIntact = stream.mReservePos.load(std::memory_order_relaxed) -
-                                    static_cast<uint32_t>(capacity);
-            int64_t overwritten = distance(start, oldestIntact);
-            if (overwritten > 0) {
-                // The writer lapped part of what was copied: skip it and copy again.
-                mLostBytes.fetch_add(static_cast<uint64_t>(overwritten));
-                mPosition.store(oldestIntact, std::memory_order_relaxed);
-                continue;
-            }
+            // The writer may have lapped the start of what was just copied; those bytes belong to
+            // a later write and must not be handed out as this position's.
+            const uint32_t oldestIntact =
+                    stream.mReservePos.load(std::memory_order_relaxed) - static_cast<uint32_t>(capacity);
+            if (distance(start, oldestIntact) > 0) return NOT_ENOUGH_DATA;
             mPosition.store(start + static_cast<uint32_t>(count), std::memory_order_relaxed);
             return static_cast<ssize_t>(count);
         }
+        if (stream.mInvalid.load()) return android::DEAD_OBJECT;
         if (timeoutMs == 0 || mUnblocked.load() || mClosed.load()) return 0;
         int waitMs = -1;
         if (timeoutMs > 0) {
@@ -224,7 +220,8 @@ ssize_t AudioStreamReader::read(void* buffer, size_t bytes, int timeoutMs) {
         }
         stream.mWaiters.fetch_add(1, std::memory_order_seq_cst);
         uint32_t sequence = stream.mWakeSequence.load(std::memory_order_seq_cst);
-        if (stream.mWritePos.load(std::memory_order_seq_cst) == written && !mUnblocked.load()) {
+        if (stream.mWritePos.load(std::memory_order_seq_cst) == written && !mUnblocked.load() &&
+            !stream.mInvalid.load()) {
             futexWait(&stream.mWakeSequence, sequence, waitMs);
         }
         stream.mWaiters.fetch_sub(1, std::memory_order_seq_cst);
@@ -234,6 +231,7 @@ ssize_t AudioStreamReader::read(void* buffer, size_t bytes, int timeoutMs) {
 status_t AudioStreamReader::getPosition(uint32_t* position) const {
     if (position == nullptr) return BAD_VALUE;
     if (mClosed.load()) return INVALID_OPERATION;
+    if (mStream->mInvalid.load()) return android::DEAD_OBJECT;
     *position = mPosition.load();
     return NO_ERROR;
 }

@@ -1,6 +1,8 @@
 // On a device, android::Thread::run names its thread and applies its priority. The host libutils
 // ignores both; this layer installs a creation hook (used for threads that can call Java, the
 // libutils default) that does the same, so thread names and nice values are real on the host.
+// The hook can also refuse a creation, as a device does when it runs out of threads.
+#include <host/HostThreads.h>
 #include <utils/AndroidThreads.h>
 
 #include <pthread.h>
@@ -9,9 +11,21 @@
 #include <unistd.h>
 
 #include <cstring>
+#include <mutex>
 #include <new>
+#include <string>
 
 namespace {
+
+std::mutex gFailLock;
+std::string gFailNext;  // guarded by gFailLock; empty: nothing to refuse
+
+bool refuseCreation(const char* name) {
+    std::lock_guard<std::mutex> guard(gFailLock);
+    if (gFailNext.empty() || name == nullptr || gFailNext != name) return false;
+    gFailNext.clear();
+    return true;
+}
 
 struct ThreadStart {
     android_thread_func_t entry;
@@ -32,6 +46,7 @@ int trampoline(void* arg) {
 
 int createNamedThread(android_thread_func_t entry, void* userData, const char* name,
                       int32_t priority, size_t stackSize, android_thread_id_t* threadId) {
+    if (refuseCreation(name)) return 0;
     ThreadStart* start = new (std::nothrow) ThreadStart{entry, userData, {}, priority};
     if (start == nullptr) return 0;
     if (name != nullptr) strncpy(start->name, name, sizeof(start->name) - 1);
@@ -45,3 +60,14 @@ struct InstallHook {
 } gInstallHook;
 
 }  // namespace
+
+namespace android {
+namespace host {
+
+void failNextThreadCreation(const char* name) {
+    std::lock_guard<std::mutex> guard(gFailLock);
+    gFailNext = name == nullptr ? "" : name;
+}
+
+}  // namespace host
+}  // namespace android

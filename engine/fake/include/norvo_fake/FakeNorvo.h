@@ -59,6 +59,8 @@ std::vector<std::string> callNames();
 void setStatus(const std::string& op, NorvoStatus status);
 // Calls of op whose first argument (a model-set or decoder id) equals id return status.
 void setStatus(const std::string& op, const std::string& id, NorvoStatus status);
+// Only the next call of op whose first argument equals id returns status (then the script is gone).
+void setStatusOnce(const std::string& op, const std::string& id, NorvoStatus status);
 void clearStatuses();
 
 void setModelSetAttributes(const std::string& modelSetId, const std::string& json);
@@ -67,6 +69,17 @@ void setLibraryAttributes(const std::string& text);
 // When true, NorvoDecoder_PushAudioEvent returns 0 at once and does nothing else: no lock, no
 // allocation, no record (for measuring the caller's own cost).
 void setAudioPushesIgnored(bool ignored);
+
+// When true, NorvoDecoder_PushAudioEvent keeps no record of the call or the samples: it only adds
+// each event's sample count to its decoder's tally and checks that every event's first sample
+// index continues where the decoder's previous one ended (for long runs at constant memory).
+void setAudioPushesCountedOnly(bool counted);
+struct PushTally {
+    uint64_t events;
+    uint64_t samples;
+    uint64_t discontinuities;  // events whose first index was not the previous event's end
+};
+PushTally pushTally(const std::string& decoderId);
 
 // Every sample pushed to a decoder id so far (sample_count samples of each "samples" event), and
 // the metadata text of each push, in order. Kept across the decoder's deletion until reset().
@@ -127,6 +140,9 @@ void scriptKeyword(const std::string& decoderId, int16_t trigger, const std::str
 // Called with the decoder id inside NorvoDecoder_Delete, before the decoder goes away (null to
 // remove). Lets tests check what the client had done by the time the engine deletes a decoder.
 void setBeforeDecoderDelete(std::function<void(const std::string&)> hook);
+// Called with the decoder id inside NorvoDecoder_PushAudioEvent, on the pushing thread, before the
+// engine reads the event (null to remove). Lets tests act while a push is under way.
+void setBeforeAudioPush(std::function<void(const std::string&)> hook);
 
 // Calls the registered logging callback (if any) on the calling thread, as the engine would.
 void emitLog(int level, const std::string& message);

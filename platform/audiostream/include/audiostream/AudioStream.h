@@ -3,9 +3,12 @@
  * number of readers, addressed by 32-bit byte positions that wrap around.
  *
  * The stream keeps the most recent capacity() bytes. The writer never blocks, never allocates and
- * takes no lock, so it can be used on a real-time audio callback; when a reader falls more than
- * capacity() bytes behind, the bytes it missed are skipped (counted in lostBytes()) and it resumes
- * at the oldest byte still held.
+ * takes no lock, so it can be used on a real-time audio callback. A read returns bytes starting
+ * exactly at the reader's position, or none: when the stream no longer holds the bytes at that
+ * position (the writer lapped the reader) or never held them (a position before the first byte
+ * written), the read fails with NOT_ENOUGH_DATA and the reader stays where it is, so that a caller
+ * asking for one blob at (position, size) never receives another blob's bytes. A reader that fell
+ * behind moves on with setPosition().
  *
  * Threads: one thread at a time may write through the writer; each reader is used by one thread at
  * a time; the writer and the readers may run concurrently on different threads.
@@ -53,6 +56,9 @@ class AudioStream : public virtual android::RefBase {
     android::status_t openWriter(android::sp<AudioStreamWriter>& writer);
     // Opens a reader positioned at the current write position. Always NO_ERROR.
     android::status_t openReader(android::sp<AudioStreamReader>& reader);
+    // Host only: the stream's owner withdraws it. Every reader, open or opened later, fails its
+    // position queries and reads with DEAD_OBJECT; readers waiting for data return.
+    void invalidate();
 
   private:
     friend class AudioStreamReader;
@@ -73,6 +79,7 @@ class AudioStream : public virtual android::RefBase {
     // from before the first write, whatever position they ask for.
     std::atomic<uint32_t> mHeld{0};
     std::atomic<bool> mWriterOpen{false};
+    std::atomic<bool> mInvalid{false};
     std::atomic<uint32_t> mWakeSequence{0};  // futex word for blocked readers
     std::atomic<int> mWaiters{0};
 };
@@ -100,21 +107,22 @@ class AudioStreamWriter : public virtual android::RefBase {
 
 class AudioStreamReader : public virtual android::RefBase {
   public:
-    // Reads up to bytes bytes from the reader's position and advances it. With timeoutMs 0 the
-    // call does not wait; with a positive value it waits up to that long for data; with a negative
-    // value it waits until data arrives or unblock() is called. Returns the number of bytes read,
-    // 0 when none was available, INVALID_OPERATION after close(), BAD_VALUE for a null buffer.
+    // Reads up to bytes bytes starting at the reader's position and advances it past them. With
+    // timeoutMs 0 the call does not wait; with a positive value it waits up to that long for data;
+    // with a negative value it waits until data arrives or unblock() is called. Returns the number
+    // of bytes read (fewer than asked when fewer are written so far), 0 when none was available,
+    // NOT_ENOUGH_DATA when the stream no longer (or never) held the byte at the position (the
+    // position is kept), INVALID_OPERATION after close(), DEAD_OBJECT once the stream is
+    // invalidated, BAD_VALUE for a null buffer.
     ssize_t read(void* buffer, size_t bytes, int timeoutMs = 0);
+    // INVALID_OPERATION after close(), DEAD_OBJECT once the stream is invalidated.
     android::status_t getPosition(uint32_t* position) const;
-    // Moves the read position; a position older than the stream holds (or from before the first
-    // write) resumes at the oldest held byte on the next read, a position ahead of the writer
-    // waits for the writer to reach it.
+    // Moves the read position. A position ahead of the writer waits for the writer to reach it;
+    // one the stream does not hold makes the next read fail with NOT_ENOUGH_DATA.
     android::status_t setPosition(uint32_t position);
-    // Bytes available to read now.
+    // Bytes that a read from the current position can return now (0 when the stream does not hold
+    // the position's byte).
     size_t available() const;
-    // Bytes skipped because the stream no longer (or never) held them: the writer overtook this
-    // reader, or the reader was positioned before the first byte written.
-    uint64_t lostBytes() const { return mLostBytes.load(std::memory_order_relaxed); }
     // Makes a read waiting on another thread return, and every later read return without waiting.
     void unblock();
     android::status_t close();
@@ -125,7 +133,6 @@ class AudioStreamReader : public virtual android::RefBase {
 
     const android::sp<AudioStream> mStream;
     std::atomic<uint32_t> mPosition;
-    std::atomic<uint64_t> mLostBytes{0};
     std::atomic<bool> mUnblocked{false};
     std::atomic<bool> mClosed{false};
 };

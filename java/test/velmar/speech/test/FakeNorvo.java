@@ -14,13 +14,19 @@ public final class FakeNorvo {
     public static native void setModelSetAttributes(String modelSetId, String json);
     public static native void scriptKeyword(String decoderId, short trigger, String keyword,
             byte[] blob);
+    /** Every sample pushed to the decoder so far. */
+    public static native short[] pushedSamples(String decoderId);
     /** Recorded calls of op, each as its arguments joined with '|'. */
     public static native String[] calls(String op);
 
     public static native boolean fireEnumerated(boolean localCommand, String decoderId,
             String keyword, String detail, long begin, long end, int detailValue,
             int detectionType, byte[] blob, long tail);
-    public static native void callEnumeratedCallbackDirectly();
+    /**
+     * Calls one bridge callback (named as Recorder names its event) with a plain record, on this
+     * thread or on a new native thread. -1: unknown name; 1: the native thread stayed attached.
+     */
+    public static native int callBridgeDirectly(String kind, boolean onNativeThread);
     public static native boolean firePresence(String decoderId, String eventName, long begin,
             long end, int detectionType, boolean flag);
     public static native boolean fireNtt(String decoderId, long begin, int eventType, byte[] blob,
@@ -38,5 +44,17 @@ public final class FakeNorvo {
     public static native void fireConcurrently(int threads, int perThread, int blobSize);
     public static native void fireDecoderStatus(String which, boolean started);
     public static native int callJniOnLoad();
+    /** Pushes are only tallied from now on (no record, constant memory). */
+    public static native void setAudioPushesCountedOnly(boolean counted);
+    /** {events, samples, discontinuities} pushed to the decoder while only counted. */
+    public static native long[] pushTally(String decoderId);
+    /**
+     * Delivers buffers of frames frames to the service at address through its microphone (or
+     * playback) AudioRecord callback on a native thread, as fast as they go; returns when done.
+     */
+    public static native void deliverBuffers(long address, boolean playback, int buffers,
+            int frames);
+    /** Creates count local references and returns without releasing them (a JNI misuse). */
+    public static native void leakLocalReferences(int count);
     public static native String describeService(long address);
 }

@@ -20,6 +20,7 @@ class ControlNativesTest extends ServiceHarness {
         expectMessage("setWWDetectionEnabledForLpm called before createNativeService.");
         assertEquals(-22, core.nSwitchNorvoModel("/m", new String[] {"A"}));
         expectMessage("switchNorvoModel called before createNativeService.");
+        expectMessage("Error switch Norvo Model. Error=-22");
         assertFalse(core.nInjectWaveFile("/a.wav", false));
         expectMessage("injectWaveFile called before createNativeService.");
         assertEquals(22, core.nSetNorvoProperty("p", 1));
@@ -36,8 +37,10 @@ class ControlNativesTest extends ServiceHarness {
         expectMessage("setNttDetectionMode called before createNativeService.");
         assertEquals(-22, core.nSwitchNttModel("/n"));
         expectMessage("switchNttModel called before createNativeService.");
+        expectMessage("Error switching NTT Model. Error=-22");
         assertEquals(-22, core.nSwitchPmaModel("/p"));
         expectMessage("switchPmaModel called before createNativeService.");
+        expectMessage("Error switch PMA Model. Error=-22");
         assertEquals(0, core.nEnablePlaybackDetector());
         assertEquals(22, core.nResetAudioInput());
         expectMessage("resetAudioInput called before createNativeService.");
@@ -51,6 +54,7 @@ class ControlNativesTest extends ServiceHarness {
         expectMessage("getPlaybackFrameCount called before createNativeService.");
         assertEquals(-22, core.nSetFingerprintDatabase("/db"));
         expectMessage("setFingerprintDatabase called before createNativeService.");
+        expectMessage("Error setting fingerprint database. Error=-22");
         assertNull(core.nGetNorvoLibraryAttributes());
         expectMessage("getNorvoLibraryAttributes called before createNativeService.");
         assertNull(core.nGetWakeWordModelSetAttributes());
@@ -60,6 +64,7 @@ class ControlNativesTest extends ServiceHarness {
         expectMessage("getNaturalTurnTakingModelSetAttributes called before createNativeService.");
         assertEquals(-22, core.nSetAedStaticModel("/s"));
         expectMessage("setAedStaticModel called before createNativeService.");
+        expectMessage("Error setting AED static directory path. Error=-22");
         assertEquals(-22, core.nSetAedCustomModel("/c"));
         expectMessage("velmar_speech_wakewordservice_WakeWordService_setAedCustomModel called "
                 + "before getNativeService");
@@ -114,13 +119,75 @@ class ControlNativesTest extends ServiceHarness {
 
         assertTrue(core.nSetPushDataToPlaybackDetectorEnabled(false));  // the previous value
         assertFalse(core.nSetPushDataToPlaybackDetectorEnabled(true));
-        assertEquals(22, core.nNotifyTtsState(true));  // no playback notifier on this service
-        assertTrue(NativeLog.contains(NativeLog.ERROR,
-                "notifyTtsState: Error setting native tts state. Error=22"));
+        assertEquals(0, core.nNotifyTtsState(true));
+        events = FakeNorvo.calls("NorvoDecoder_PushClientEvents");
+        assertTrue(java.util.Arrays.asList(events).contains(INPUT + "|1|TTSPlayerState|1"));
         assertEquals(0, core.nResetAudioInput());
         assertEquals(0, core.nGetInputFrameCount());
         assertTrue(core.nGetInputFrameTime() > 0);
         assertEquals(0, core.nGetPlaybackFrameCount());
+    }
+
+    private Object lastArg(String kind) {
+        java.util.List<velmar.speech.test.Recorder.Event> events = recorder.named(kind);
+        assertFalse(events.isEmpty(), kind);
+        return events.get(events.size() - 1).args[0];
+    }
+
+    private static String last(String[] calls) {
+        assertTrue(calls.length > 0);
+        return calls[calls.length - 1];
+    }
+
+    @Test
+    void auxiliaryDecoderNativesReachTheirOperations() {
+        flags[2] = true;  // audio event detection available
+        assertEquals(0, create());
+
+        // Turn taking: the separate decoder is loaded, reported to Java and configured.
+        assertEquals(0, core.nSetNttDetectionMode(true, 2));
+        assertEquals(true, lastArg("nttDecoder"));
+        assertEquals("wws_ntt|3", last(FakeNorvo.calls("NorvoDecoder_SetNttConfiguration")));
+        long nowMs = System.nanoTime() / 1000000;  // the monotonic clock, as the client's
+        assertEquals(0, core.nOnCVEvent("{\"gaze\":1}", nowMs));
+        assertTrue(last(FakeNorvo.calls("NorvoDecoder_PushNttEvent")).startsWith("wws_ntt|0|"));
+        assertEquals(0, core.nOnSpeakerLocalizationEvent("{}", nowMs, nowMs));
+        assertTrue(last(FakeNorvo.calls("NorvoDecoder_PushNttEvent")).startsWith("wws_ntt|1|"));
+        assertEquals(-22, core.nOnCVEvent(null, nowMs));
+        expectMessage("CV eventJson native string is NULL.");
+        FakeNorvo.setStatus("NorvoDecoder_SetNttConfiguration", null, 6);
+        assertEquals(6, core.nSetNttDetectionMode(true, 1));
+        expectMessage("Error setting NTT detection mode flag. Error=6");
+        FakeNorvo.setStatus("NorvoDecoder_SetNttConfiguration", null, 0);
+        assertEquals(0, core.nSwitchNttModel("/models/ntt/v2.manifest"));
+        assertEquals("WakeWordService_ntt_modelset|/models/ntt/v2.manifest|",
+                last(FakeNorvo.calls("NorvoModelSet_New")));
+
+        // Audio event detection: a decoder, its reports, custom sounds, the presence data.
+        assertEquals(0, core.nSetAudioEventDetectionMode(true));
+        assertEquals(true, lastArg("aedStatic"));
+        assertEquals(1, FakeNorvo.calls("NorvoDecoder_NewPcmInt16").length);
+        assertEquals("{}", core.nGetAudioPresenceData());
+        assertEquals(0, core.nSetAedCustomModel("/models/aed/custom2.json"));
+        assertEquals(true, lastArg("aedCustom"));
+        assertEquals(0, core.nSetAedStaticModel("/models/aed/v2.manifest"));
+        assertEquals(false, lastArg("aedCustom"));
+        assertNotNull(core.nGetAudioPresenceModelSetAttributes());
+
+        // PMA: a switch reports the old decoder gone.
+        int before = recorder.named("pmaDecoder").size();
+        assertEquals(0, core.nSwitchPmaModel("/models/pma/v2.manifest"));
+        assertEquals(before + 1, recorder.named("pmaDecoder").size());
+        assertEquals(false, lastArg("pmaDecoder"));
+    }
+
+    @Test
+    void ttsStateWithoutAPlaybackNotifierIsRefusedWith22() {
+        flags[1] = true;  // playback suppressed at creation: no notifier
+        assertEquals(0, create());
+        assertEquals(22, core.nNotifyTtsState(true));
+        assertTrue(NativeLog.contains(NativeLog.ERROR,
+                "notifyTtsState: Error setting native tts state. Error=22"));
     }
 
     @Test

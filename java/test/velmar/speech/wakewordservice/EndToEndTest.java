@@ -11,6 +11,7 @@ import java.nio.ByteOrder;
 import java.util.List;
 import org.junit.jupiter.api.Test;
 import velmar.speech.test.FakeNorvo;
+import velmar.speech.test.HostAudio;
 import velmar.speech.test.Recorder.Event;
 
 /**
@@ -79,5 +80,38 @@ class EndToEndTest extends ServiceHarness {
         }
         assertEquals(16000, core.nGetInputFrameCount());
         assertArrayEquals(littleEndian(pcm), audio.read(0, 32000));
+    }
+
+    /** Waits (up to 10 s) until both frame counters reach their targets. */
+    private void awaitFrames(long input, long playback) throws InterruptedException {
+        long deadline = System.currentTimeMillis() + 10000;
+        while ((core.nGetInputFrameCount() < input || core.nGetPlaybackFrameCount() < playback)
+                && System.currentTimeMillis() < deadline) {
+            Thread.sleep(10);
+        }
+    }
+
+    @Test
+    void liveMicrophoneAndPlaybackFeedTheirOwnDecoders() throws Exception {
+        HostAudio.reset();
+        try {
+            flags[0] = true;  // playback captured through AudioRecord
+            short[] microphone = utterance(16000, 100);
+            short[] playback = new short[8000];
+            for (int i = 0; i < playback.length; i++) playback[i] = (short) (-1 - i % 3000);
+            HostAudio.push(HostAudio.MICROPHONE, microphone);
+            HostAudio.push(HostAudio.PLAYBACK, playback);
+            assertEquals(0, create());
+            assertEquals(0, core.nSetDetectorEnabled(true));
+            awaitFrames(16000, 8000);
+            assertEquals(0, core.nSetDetectorEnabled(false));
+
+            assertEquals(16000, core.nGetInputFrameCount());
+            assertEquals(8000, core.nGetPlaybackFrameCount());
+            assertArrayEquals(microphone, FakeNorvo.pushedSamples(INPUT));
+            assertArrayEquals(playback, FakeNorvo.pushedSamples("WakeWordService_playback_decoder"));
+        } finally {
+            HostAudio.reset();
+        }
     }
 }

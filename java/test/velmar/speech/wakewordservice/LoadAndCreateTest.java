@@ -39,7 +39,11 @@ class LoadAndCreateTest extends ServiceHarness {
         assertTrue(d.contains("aedStatic=/models/aed/static.manifest;ntt=/models/ntt/norvo.manifest;"
                 + "pma=/models/pma/norvo.manifest;aedCustom=/models/aed/custom.json;"), d);
         assertTrue(d.contains("wakeWordCount=2;flags=1010101;ints=-7,480,-120,11;initStatus=0;"), d);
-        assertArrayEquals(new String[] {"WakeWordService_modelset|/models/ww/norvo.manifest|"},
+        // Each manifest reaches its own model set: the wake-word model, then the preloaded
+        // turn-taking model, then audio event detection (available).
+        assertArrayEquals(new String[] {"WakeWordService_modelset|/models/ww/norvo.manifest|",
+                "WakeWordService_ntt_modelset|/models/ntt/norvo.manifest|",
+                "AudioPresenceNorvo_modelset|/models/aed/static.manifest|"},
                 FakeNorvo.calls("NorvoModelSet_New"));
         assertTrue(FakeNorvo.calls("NorvoDecoder_NewSpotterAudioDecoder")[0].endsWith(
                 "|{\"keyword\":{\"enabled-keyword-list\":[\"STOP\",\"CANCEL\",\"SNOOZE\","

@@ -19,6 +19,11 @@ import velmar.speech.test.Recorder.Event;
 
 /** Engine results, metrics and federated-learning reports reaching Java from engine threads. */
 class ResultCallbacksTest extends ServiceHarness {
+    /** Every engine-facing callback of the bridge, named as Recorder names its event. */
+    private static final String[] CALLBACKS = {"enumerated", "localCommand", "presence", "ntt",
+            "endOfSpeech", "json", "metrics", "quillanMetrics", "flEvent", "flUnsecured", "flIdle",
+            "aedStatic", "aedCustom", "nttDecoder", "pmaDecoder"};
+
     @BeforeEach
     void startService() {
         flags[5] = true;  // NTT callbacks registered
@@ -91,6 +96,9 @@ class ResultCallbacksTest extends ServiceHarness {
                 0));
         Object[] a = recorder.await("localCommand", 1).get(0).args;
         assertEquals("STOP", a[0]);
+        assertEquals("d", a[1]);
+        assertEquals(5L, a[2]);
+        assertEquals(6L, a[3]);
         assertEquals(1L, a[5]);
         assertEquals(1, a[7]);
         assertTrue(NativeLog.contains(NativeLog.INFO, "Detected a norvo local command"));
@@ -105,6 +113,8 @@ class ResultCallbacksTest extends ServiceHarness {
                 20, 2, true));
         Object[] p = recorder.await("presence", 1).get(0).args;
         assertEquals("DogBark", p[0]);
+        assertEquals(10L, p[1]);
+        assertEquals(20L, p[2]);
         assertEquals(0L, p[3]);
         assertEquals(0L, p[4]);
         assertEquals(true, p[5]);
@@ -150,13 +160,13 @@ class ResultCallbacksTest extends ServiceHarness {
         assertEquals("first", a[0]);
         assertEquals("fourth", a[1]);
         FakeNorvo.fireDecoderStatus("aedStatic", true);
+        assertEquals(true, last("aedStatic").args[0]);
         FakeNorvo.fireDecoderStatus("aedCustom", false);
+        assertEquals(false, last("aedCustom").args[0]);
         FakeNorvo.fireDecoderStatus("ntt", true);
+        assertEquals(true, last("nttDecoder").args[0]);
         FakeNorvo.fireDecoderStatus("pma", false);
-        assertEquals(true, recorder.named("aedStatic").get(0).args[0]);
-        assertEquals(false, recorder.named("aedCustom").get(0).args[0]);
-        assertEquals(true, recorder.named("nttDecoder").get(0).args[0]);
-        assertEquals(false, recorder.named("pmaDecoder").get(0).args[0]);
+        assertEquals(false, last("pmaDecoder").args[0]);
     }
 
     @Test
@@ -258,19 +268,47 @@ class ResultCallbacksTest extends ServiceHarness {
     void handlerExceptionIsClearedAndTheEngineThreadGoesOn() throws Exception {
         recorder.throwOnCallback = new IllegalStateException("handler failed");
         assertTrue(FakeNorvo.fireEnumerated(false, INPUT, "A", "", 1, 2, 0, 0, new byte[0], 0));
-        assertTrue(FakeNorvo.fireMetrics(false, new String[] {"p", "s", "n", "v"}, 0, null));
         recorder.throwOnCallback = null;
         assertTrue(FakeNorvo.fireEnumerated(false, INPUT, "B", "", 1, 2, 0, 0, new byte[0], 0));
         List<Event> events = recorder.await("enumerated", 2);
         assertEquals("A", events.get(0).args[0]);
         assertEquals("B", events.get(1).args[0]);
-        assertEquals(1, recorder.named("metrics").size());
+    }
+
+    private Event last(String kind) {
+        List<Event> events = recorder.named(kind);
+        return events.get(events.size() - 1);
     }
 
     @Test
-    void resultAfterDestroyNeverReachesJava() throws Exception {
+    void noCallbackLeavesAHandlersExceptionPendingOnItsThread() {
+        recorder.throwOnCallback = new IllegalStateException("handler failed");
+        for (String kind : CALLBACKS) {
+            int before = recorder.named(kind).size();
+            // On a Java thread a pending exception would surface here, thrown by the native call.
+            assertDoesNotThrow(() -> assertEquals(0, FakeNorvo.callBridgeDirectly(kind, false)),
+                    kind);
+            assertEquals(before + 1, recorder.named(kind).size(), kind);
+        }
+    }
+
+    @Test
+    void nativeThreadsAreDetachedAfterEveryCallback() {
+        for (String kind : CALLBACKS) {
+            int before = recorder.named(kind).size();
+            assertEquals(0, FakeNorvo.callBridgeDirectly(kind, true), kind);
+            assertEquals(before + 1, recorder.named(kind).size(), kind);
+        }
+    }
+
+    @Test
+    void nothingReachesJavaAfterDestroy() {
         assertTrue(core.nDestroyNativeService());
-        FakeNorvo.callEnumeratedCallbackDirectly();
-        assertEquals(0, recorder.named("enumerated").size());
+        for (String kind : CALLBACKS) {
+            int before = recorder.named(kind).size();
+            assertEquals(0, FakeNorvo.callBridgeDirectly(kind, false), kind);
+            assertEquals(0, FakeNorvo.callBridgeDirectly(kind, true), kind);
+            assertEquals(before, recorder.named(kind).size(), kind);
+        }
     }
 }

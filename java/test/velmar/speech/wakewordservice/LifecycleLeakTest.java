@@ -1,0 +1,56 @@
+package velmar.speech.wakewordservice;
+
+import static org.junit.jupiter.api.Assertions.*;
+
+import java.lang.ref.WeakReference;
+import java.util.ArrayList;
+import java.util.List;
+import org.junit.jupiter.api.Test;
+import velmar.speech.test.ProcessStats;
+
+/**
+ * A thousand services created and destroyed through the natives leave nothing behind: no global
+ * reference keeps a Java object alive, no thread stays, memory does not grow.
+ */
+class LifecycleLeakTest extends ServiceHarness {
+    @Test
+    void thousandCreateDestroyCycles() throws Exception {
+        final int cycles = Integer.getInteger("leak.cycles", 1000);
+        // The first cycle starts what a process starts once (class caches, lazily made threads).
+        assertEquals(0, create());
+        assertTrue(core.nDestroyNativeService());
+        ProcessStats.settle();
+        final long threads = ProcessStats.threads();
+        final long resident = ProcessStats.residentKb();
+
+        List<WeakReference<NativeWakeWordServiceCore>> released = new ArrayList<>();
+        final long start = System.nanoTime();
+        for (int i = 0; i < cycles; i++) {
+            core = new NativeWakeWordServiceCore(recorder);
+            assertEquals(0, create(), "cycle " + i);
+            assertEquals(0, core.nSetDetectorEnabled(true));
+            assertTrue(core.nDestroyNativeService(), "cycle " + i);
+            released.add(new WeakReference<>(core));
+        }
+        core = new NativeWakeWordServiceCore(recorder);
+
+        // Nothing native holds on to the destroyed services' Java objects.
+        long deadline = System.currentTimeMillis() + 10000;
+        long alive;
+        do {
+            ProcessStats.settle();
+            alive = released.stream().filter(ref -> ref.get() != null).count();
+        } while (alive > 0 && System.currentTimeMillis() < deadline);
+        final long grown = ProcessStats.residentKb() - resident;
+        if (Boolean.getBoolean("soak.report")) {
+            System.out.printf("leak: %d services created, enabled and destroyed in %.1f s; "
+                            + "%d still referenced; threads %d before, %d after; "
+                            + "resident memory %+d kB%n",
+                    cycles, (System.nanoTime() - start) / 1e9, alive, threads,
+                    ProcessStats.threads(), grown);
+        }
+        assertEquals(0, alive, "Java objects still referenced from native code");
+        assertEquals(threads, ProcessStats.threads(), "threads left running");
+        assertTrue(grown < 32 * 1024, "resident memory grew by " + grown + " kB");
+    }
+}

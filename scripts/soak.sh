@@ -1,0 +1,14 @@
+#!/usr/bin/env bash
+# The long forms of the soak and lifecycle tests, with their figures printed:
+#   scripts/soak.sh [buffers] [cycles]     defaults: 1000000 buffers per path, 1000 services
+# Builds the normal build first (build/). The suite itself runs shorter forms of both.
+set -euo pipefail
+cd "$(dirname "$0")/.."
+buffers=${1:-1000000}
+cycles=${2:-1000}
+bash scripts/setup.sh >/dev/null
+cmake -S . -B build -DCMAKE_BUILD_TYPE=RelWithDebInfo >/dev/null
+cmake --build build -j "$(nproc 2>/dev/null || echo 2)" >/dev/null
+WWS_JVM_OPTIONS="-Dsoak.buffers=$buffers -Dsoak.report=true -Dleak.cycles=$cycles" \
+  ctest --test-dir build -R '^Java\.(SoakTest|LifecycleLeakTest)$' -V --timeout 3600 |
+  grep -E 'soak:|leak:|Test +#|tests passed|tests failed' | sed -E 's/^[0-9]+: //'

@@ -1,0 +1,255 @@
+// The audio signal processor monitor and its handler: "ASPState" reports and their timing on a
+// clock the tests move, the event filter, stop, and the service dying and coming back.
+#include <asp/HostAudioSignalProcessor.h>
+#include <binder/HostBinder.h>
+#include <gtest/gtest.h>
+#include <pthread.h>
+
+#include <atomic>
+#include <chrono>
+#include <mutex>
+#include <string>
+#include <vector>
+
+#include "AspEventMonitor.h"
+#include "LogCapture.h"
+#include "Threads.h"
+#include "Wait.h"
+
+using android::sp;
+using velmar::AspEventHandler;
+using velmar::AspEventMonitor;
+namespace host = android::host;
+
+namespace {
+
+constexpr const char* kTag = "AspEventMonitor";
+const std::vector<uint8_t> kActive = {0, 0, 0, 0};
+
+class ManualClock : public velmar::AspClock {
+  public:
+    uint32_t nowMs() override { return now.load(); }
+    void advance(uint32_t ms) { now += ms; }
+    std::atomic<uint32_t> now{1000};
+};
+
+struct Report {
+    std::string name;
+    int64_t value;
+    std::string thread;
+};
+
+class Reports {
+  public:
+    static void callback(void* user, const char* name, int64_t value) {
+        char thread[16] = {};
+        pthread_getname_np(pthread_self(), thread, sizeof(thread));
+        auto* self = static_cast<Reports*>(user);
+        std::lock_guard<std::mutex> guard(self->mLock);
+        self->mReports.push_back(Report{name, value, thread});
+    }
+    std::vector<int64_t> values() {
+        std::lock_guard<std::mutex> guard(mLock);
+        std::vector<int64_t> values;
+        for (const Report& r : mReports) values.push_back(r.value);
+        return values;
+    }
+    std::vector<Report> all() {
+        std::lock_guard<std::mutex> guard(mLock);
+        return mReports;
+    }
+    size_t count() { return values().size(); }
+
+  private:
+    std::mutex mLock;
+    std::vector<Report> mReports;
+};
+
+class AspEventMonitorTest : public testing::Test {
+  protected:
+    void SetUp() override {
+        host::resetServices();
+        host::setServiceLookupWaitMs(2000);
+        service = asp::host::publishService();
+    }
+    void TearDown() override {
+        monitor->destroy();
+        host::flushBinderThread();
+        host::resetServices();
+        host::setServiceLookupWaitMs(1000);
+    }
+    // Sends an event and waits until the binder thread has delivered it.
+    void send(int event, const std::vector<uint8_t>& payload) {
+        service->sendEvent(event, payload);
+        host::flushBinderThread();
+    }
+    void startRegistered() {
+        monitor->start();
+        ASSERT_TRUE(wws_test::waitFor([&] { return service->listenerCount() == 1; }));
+    }
+    // True when nothing beyond count reports arrives within a few handler polls.
+    bool staysAt(size_t count) {
+        return !wws_test::waitFor([&] { return reports.count() > count; },
+                                  std::chrono::milliseconds(60));
+    }
+
+    wws_test::LogCapture log;
+    Reports reports;
+    std::shared_ptr<ManualClock> clock = std::make_shared<ManualClock>();
+    sp<asp::host::AudioSignalProcessorService> service;
+    sp<AspEventMonitor> monitor =
+            new AspEventMonitor(Reports::callback, &reports, clock, 5000000 /* 5 ms polls */);
+};
+
+}  // namespace
+
+TEST_F(AspEventMonitorTest, StartReportsZeroOnceAndRegistersOnItsThread) {
+    monitor->start();
+    ASSERT_EQ((std::vector<int64_t>{0}), reports.values());
+    EXPECT_EQ("ASPState", reports.all()[0].name);
+    ASSERT_TRUE(wws_test::waitFor([&] { return service->listenerCount() == 1; }));
+    EXPECT_TRUE(log.contains(ANDROID_LOG_DEBUG, kTag, "AspEventMonitor has been started"));
+    EXPECT_TRUE(log.contains(ANDROID_LOG_DEBUG, kTag, "audiosignalprocessor binder connected"));
+    EXPECT_TRUE(log.contains(ANDROID_LOG_DEBUG, kTag, "mAspService.registerListener()"));
+    // Registered, the monitor thread ends; the handler thread stays.
+    EXPECT_TRUE(wws_test::waitFor([] { return wws_test::threadsNamed("AspEventMonitor") == 0; }));
+    EXPECT_TRUE(wws_test::waitFor([] { return wws_test::threadsNamed("AspEventHandler") == 1; }));
+    EXPECT_TRUE(staysAt(1));
+
+    monitor->start();  // holding the service: nothing happens, not even a report
+    EXPECT_TRUE(log.contains(ANDROID_LOG_ERROR, kTag, "AspEventMonitor has already got"));
+    EXPECT_EQ(1u, reports.count());
+}
+
+TEST_F(AspEventMonitorTest, ActiveSignalHoldsOneForFourSecondsAfterTheLastOne) {
+    startRegistered();
+    send(2, kActive);
+    EXPECT_EQ((std::vector<int64_t>{0, 1}), reports.values());
+    EXPECT_EQ("HostBinder", reports.all()[1].thread);  // reported on the binder thread
+    clock->advance(3000);
+    send(2, kActive);  // restarts the hold
+    EXPECT_EQ((std::vector<int64_t>{0, 1, 1}), reports.values());
+    clock->advance(1001);  // 4001 ms after the first, 1001 after the second
+    EXPECT_TRUE(staysAt(3));
+    clock->advance(3000);  // 4001 ms after the second
+    ASSERT_TRUE(wws_test::waitFor([&] { return reports.count() == 4; }));
+    EXPECT_EQ(0, reports.all()[3].value);
+    EXPECT_EQ("AspEventHandler", reports.all()[3].thread);
+    clock->advance(10000);
+    EXPECT_TRUE(staysAt(4));
+}
+
+TEST_F(AspEventMonitorTest, HoldEndsOnTimeAcrossTheClocksWrap) {
+    clock->now = 0xFFFFF000u;  // 4096 ms before the 32-bit millisecond clock wraps
+    startRegistered();
+    send(2, kActive);
+    clock->advance(3000);
+    EXPECT_TRUE(staysAt(2));
+    clock->advance(2000);  // past the wrap, 5000 ms after the event
+    EXPECT_TRUE(wws_test::waitFor([&] { return reports.count() == 3; }));
+}
+
+TEST_F(AspEventMonitorTest, OnlyEventTwoWithAFourByteZeroCounts) {
+    startRegistered();
+    send(3, kActive);
+    send(2, {1, 0, 0, 0});
+    send(2, std::vector<uint8_t>(8, 0));
+    send(2, {0, 0});
+    service->sendEventWithoutData(2, 4);
+    host::flushBinderThread();
+    EXPECT_EQ((std::vector<int64_t>{0}), reports.values());
+    EXPECT_TRUE(log.contains(ANDROID_LOG_ERROR, kTag, "Error onEvent() arg should not be NULL"));
+    size_t seen = 0;
+    for (const std::string& line : log.messages(ANDROID_LOG_DEBUG, kTag)) {
+        seen += line.rfind("AspEventHandler onEvent (2, ", 0) == 0 ? 1 : 0;
+    }
+    EXPECT_EQ(4u, seen);  // every event 2 is logged, whatever its payload
+}
+
+TEST_F(AspEventMonitorTest, StopReportsZeroOnlyWithAOneOutstanding) {
+    startRegistered();
+    send(2, kActive);
+    monitor->stop();
+    EXPECT_EQ((std::vector<int64_t>{0, 1, 0}), reports.values());
+    EXPECT_EQ(0u, service->listenerCount());
+    EXPECT_TRUE(log.contains(ANDROID_LOG_DEBUG, kTag, "mAspService.unregisterListener()"));
+    EXPECT_TRUE(log.contains(ANDROID_LOG_DEBUG, kTag, "AspEventMonitor has been stopped"));
+    EXPECT_TRUE(wws_test::waitFor([] { return wws_test::threadsNamed("AspEventHandler") == 0; }));
+    monitor->stop();
+    EXPECT_EQ(3u, reports.count());
+    // A late event finds the handler stopped.
+    monitor->onEvent(2, 4, kActive.data());
+    EXPECT_EQ(3u, reports.count());
+    EXPECT_TRUE(log.contains(ANDROID_LOG_ERROR, kTag,
+                             "ignore event from ASP, because AspEventHandler is not running"));
+}
+
+TEST_F(AspEventMonitorTest, AfterTheServiceDiesTheListenerIsRegisteredWithTheNewOne) {
+    startRegistered();
+    ASSERT_TRUE(host::killService(asp::host::kServiceName));
+    sp<asp::host::AudioSignalProcessorService> revived = asp::host::publishService();
+    ASSERT_TRUE(wws_test::waitFor([&] { return revived->listenerCount() == 1; }));
+    // The restart reports 0 once, from the binder thread that told of the death.
+    EXPECT_EQ((std::vector<int64_t>{0, 0}), reports.values());
+    EXPECT_TRUE(log.contains(ANDROID_LOG_DEBUG, kTag, "audiosignalprocessor binder died"));
+    EXPECT_TRUE(log.contains(ANDROID_LOG_DEBUG, kTag, "audiosignalprocessor binder re-connected"));
+    EXPECT_TRUE(log.contains(ANDROID_LOG_ERROR, kTag, "AspEventHandler has already started"));
+    EXPECT_TRUE(log.contains(ANDROID_LOG_ERROR, kTag, "Error starting thread"));
+    service = revived;
+    send(2, kActive);
+    EXPECT_EQ(1, reports.values().back());
+}
+
+TEST_F(AspEventMonitorTest, HundredDeathsNeverLoseTheListenerOrLeakAThread) {
+    startRegistered();
+    for (int cycle = 0; cycle < 100; ++cycle) {
+        ASSERT_TRUE(host::killService(asp::host::kServiceName));
+        service = asp::host::publishService();
+        ASSERT_TRUE(wws_test::waitFor([&] { return service->listenerCount() == 1; })) << cycle;
+    }
+    EXPECT_EQ(101u, reports.count());
+    EXPECT_TRUE(wws_test::waitFor([] { return wws_test::threadsNamed("AspEventMonitor") == 0; }));
+    EXPECT_TRUE(wws_test::waitFor([] { return wws_test::threadsNamed("AspEventHandler") == 1; }));
+    send(2, kActive);
+    EXPECT_EQ(1, reports.values().back());
+}
+
+TEST_F(AspEventMonitorTest, SearchesUntilTheServiceAppearsAndStopsPromptly) {
+    host::resetServices();
+    host::setServiceLookupWaitMs(20);
+    monitor->start();
+    const std::string absent = "cannot get service <audiosignalprocessor> from defaultServiceManager";
+    ASSERT_TRUE(wws_test::waitFor([&] { return log.count(absent) >= 2; }));
+    service = asp::host::publishService();
+    ASSERT_TRUE(wws_test::waitFor([&] { return service->listenerCount() == 1; }));
+    const size_t errors = log.count(absent);
+    EXPECT_TRUE(wws_test::waitFor([] { return wws_test::threadsNamed("AspEventMonitor") == 0; }));
+    EXPECT_EQ(errors, log.count(absent));
+
+    // Stopping while searching cuts the pause between lookups short.
+    monitor->stop();
+    host::resetServices();
+    sp<AspEventMonitor> searching = new AspEventMonitor(Reports::callback, &reports, clock);
+    searching->start();
+    ASSERT_TRUE(wws_test::waitFor([&] { return log.count(absent) > errors; }));
+    auto before = std::chrono::steady_clock::now();
+    searching->stop();
+    EXPECT_LT(std::chrono::steady_clock::now() - before, std::chrono::milliseconds(400));
+}
+
+// The one test on the real clock: the 0 follows between four and five seconds after the 1.
+TEST(AspEventHandlerRealClock, ZeroFollowsFourToFiveSecondsLater) {
+    Reports reports;
+    sp<AspEventHandler> handler = new AspEventHandler(Reports::callback, &reports);
+    handler->start();
+    ASSERT_TRUE(wws_test::waitFor([&] { return handler->isRunning(); }));
+    const uint8_t active[4] = {0, 0, 0, 0};
+    handler->onEvent(2, 4, active);
+    auto since = std::chrono::steady_clock::now();
+    ASSERT_TRUE(wws_test::waitFor([&] { return reports.count() == 3; }, std::chrono::seconds(8)));
+    auto took = std::chrono::steady_clock::now() - since;
+    EXPECT_GE(took, std::chrono::milliseconds(4000));
+    EXPECT_LT(took, std::chrono::milliseconds(5500));
+    EXPECT_EQ((std::vector<int64_t>{0, 1, 0}), reports.values());
+    handler->stop();
+}

@@ -1,0 +1,334 @@
+// The playback stream monitor and its reader thread: blocks with their positions, the reader's
+// recovery and ends, and the monitor's search, connection, death and stop.
+#include <audiostream/IAudioStreamService.h>
+#include <binder/HostBinder.h>
+#include <binder/IServiceManager.h>
+#include <gtest/gtest.h>
+#include <norvo_fake/FakeNorvo.h>
+
+#include <atomic>
+#include <condition_variable>
+#include <mutex>
+#include <thread>
+#include <vector>
+
+#include "AudioStreamReaderThread.h"
+#include "LogCapture.h"
+#include "PlaybackMonitor.h"
+#include "ServiceFactory.h"
+#include "Threads.h"
+#include "Wait.h"
+
+using android::sp;
+using velmar::AudioStream;
+using velmar::AudioStreamReaderThread;
+using velmar::PlaybackMonitor;
+namespace host = android::host;
+
+namespace {
+
+constexpr const char* kReaderTag = "AudioStreamReaderThread";
+constexpr const char* kMonitorTag = "PlaybackMonitor";
+
+struct Block {
+    std::vector<int16_t> samples;
+    uint32_t position;
+};
+
+class Blocks {
+  public:
+    static void callback(void* user, int16_t* samples, size_t count, uint32_t position) {
+        auto* self = static_cast<Blocks*>(user);
+        std::lock_guard<std::mutex> guard(self->mLock);
+        self->mBlocks.push_back(Block{std::vector<int16_t>(samples, samples + count), position});
+    }
+    std::vector<Block> all() {
+        std::lock_guard<std::mutex> guard(mLock);
+        return mBlocks;
+    }
+    size_t count() { return all().size(); }
+    size_t samples() {
+        size_t total = 0;
+        for (const Block& block : all()) total += block.samples.size();
+        return total;
+    }
+
+  private:
+    std::mutex mLock;
+    std::vector<Block> mBlocks;
+};
+
+sp<AudioStream> makeStream(audio_format_t format = AUDIO_FORMAT_PCM_16_BIT) {
+    return new AudioStream(velmar::AudioStreamFormat{format, 16000, 1}, 1u << 16);
+}
+
+// A published stream with its writer.
+struct Published {
+    explicit Published(audio_format_t format = AUDIO_FORMAT_PCM_16_BIT) {
+        stream = makeStream(format);
+        stream->openWriter(writer);
+        service = new velmar::host::AudioStreamService();
+        service->setAudioStream(stream);
+    }
+    void write(size_t bytes, int16_t value = 7) {
+        std::vector<int16_t> samples((bytes + 1) / 2, value);
+        writer->write(samples.data(), bytes);
+    }
+    sp<AudioStream> stream;
+    sp<velmar::AudioStreamWriter> writer;
+    sp<velmar::host::AudioStreamService> service;
+};
+
+class AudioStreamReaderThreadTest : public testing::Test {
+  protected:
+    void TearDown() override {
+        reader->stop();
+        reader->join();
+    }
+    wws_test::LogCapture log;
+    Blocks blocks;
+    Published published;
+    sp<AudioStreamReaderThread> reader =
+            new AudioStreamReaderThread(published.service, Blocks::callback, &blocks);
+};
+
+class PlaybackMonitorTest : public testing::Test {
+  protected:
+    void SetUp() override {
+        host::resetServices();
+        host::setServiceLookupWaitMs(2000);
+    }
+    void TearDown() override {
+        monitor->stopMonitor();
+        host::flushBinderThread();
+        host::resetServices();
+        host::setServiceLookupWaitMs(1000);
+    }
+    void publish(const Published& which) {
+        android::defaultServiceManager()->addService(android::String16("playbackstream"),
+                                                     which.service);
+    }
+    // Writes blocks until one reaches the callback (a reader opened meanwhile starts at the end).
+    bool flows(Published& which) {
+        const size_t before = blocks.samples();
+        return wws_test::waitFor([&] {
+            which.write(512);
+            return blocks.samples() > before;
+        });
+    }
+    wws_test::LogCapture log;
+    Blocks blocks;
+    sp<PlaybackMonitor> monitor = new PlaybackMonitor(Blocks::callback, &blocks);
+};
+
+}  // namespace
+
+TEST_F(AudioStreamReaderThreadTest, BlocksArriveWithThePositionBeforeEach) {
+    ASSERT_EQ(0, reader->start());
+    EXPECT_EQ(android::ALREADY_EXISTS, reader->start());
+    EXPECT_TRUE(log.contains(ANDROID_LOG_ERROR, kReaderTag, "AudioStreamReaderThread has already started"));
+    EXPECT_TRUE(wws_test::waitFor([] { return wws_test::threadsNamed("AudioStreamRead") == 1; }));
+    published.write(3072);
+    ASSERT_TRUE(wws_test::waitFor([&] { return blocks.samples() == 1536; }));
+    uint32_t expected = 0;
+    for (const Block& block : blocks.all()) {
+        EXPECT_EQ(expected, block.position);
+        expected += static_cast<uint32_t>(block.samples.size() * 2);
+    }
+    // An odd byte is not a sample.
+    const size_t before = blocks.count();
+    published.write(1023);
+    ASSERT_TRUE(wws_test::waitFor([&] { return blocks.count() == before + 1; }));
+    EXPECT_EQ(511u, blocks.all().back().samples.size());
+    EXPECT_EQ(3072u, blocks.all().back().position);
+}
+
+TEST_F(AudioStreamReaderThreadTest, StopReleasesTheWaitingReadAndTheThreadEnds) {
+    EXPECT_EQ(0, reader->stop());  // not running: nothing to do
+    ASSERT_EQ(0, reader->start());
+    ASSERT_TRUE(wws_test::waitFor([] { return wws_test::threadsNamed("AudioStreamRead") == 1; }));
+    EXPECT_EQ(0, reader->stop());
+    reader->join();
+    EXPECT_TRUE(wws_test::waitFor([] { return wws_test::threadsNamed("AudioStreamRead") == 0; }));
+    // Restartable: the reader opens again.
+    ASSERT_EQ(0, reader->start());
+    published.write(64);
+    EXPECT_TRUE(wws_test::waitFor([&] { return blocks.samples() == 32; }));
+}
+
+TEST_F(AudioStreamReaderThreadTest, ALappedReaderStartsOverASecondLaterAtTheEnd) {
+    ASSERT_EQ(0, reader->start());
+    published.write(512);
+    ASSERT_TRUE(wws_test::waitFor([&] { return blocks.count() == 1; }));
+    // More than the ring holds arrives at once: the reader's position is gone.
+    published.write(2 * published.stream->capacity());
+    auto lapped = std::chrono::steady_clock::now();
+    // Written after the reader reopened: the blocks start at the end, a second later.
+    ASSERT_TRUE(wws_test::waitFor([&] {
+        published.write(512);
+        return blocks.count() >= 2;
+    }, std::chrono::seconds(5)));
+    EXPECT_GE(std::chrono::steady_clock::now() - lapped, std::chrono::milliseconds(900));
+    EXPECT_GT(blocks.all()[1].position, 512u + published.stream->capacity());
+}
+
+TEST_F(AudioStreamReaderThreadTest, AFailedPositionQueryEndsTheThread) {
+    ASSERT_EQ(0, reader->start());
+    published.stream->invalidate();
+    ASSERT_TRUE(wws_test::waitFor([&] { return !reader->isRunning(); }, std::chrono::seconds(5)));
+    EXPECT_TRUE(log.contains(ANDROID_LOG_ERROR, kReaderTag, "Error: get position from AudioStream reader (-32)."));
+}
+
+TEST_F(AudioStreamReaderThreadTest, OpeningFailuresAreReported) {
+    sp<AudioStreamReaderThread> orphan = new AudioStreamReaderThread(nullptr, Blocks::callback, &blocks);
+    EXPECT_EQ(android::INVALID_OPERATION, orphan->start());
+    EXPECT_TRUE(log.contains(ANDROID_LOG_ERROR, kReaderTag, "Cannot openReader from null audioStreamService"));
+    EXPECT_TRUE(log.contains(ANDROID_LOG_ERROR, kReaderTag, "Error open reader from audioStream."));
+    sp<velmar::host::AudioStreamService> empty = new velmar::host::AudioStreamService();
+    sp<AudioStreamReaderThread> streamless = new AudioStreamReaderThread(empty, Blocks::callback, &blocks);
+    EXPECT_EQ(android::BAD_VALUE, streamless->start());
+    EXPECT_TRUE(log.contains(ANDROID_LOG_ERROR, kReaderTag, "audioStream instance is null"));
+
+    // A stream whose format has no known sample size gives blocks of no samples.
+    Published mp3(AUDIO_FORMAT_MP3);
+    sp<AudioStreamReaderThread> unsized = new AudioStreamReaderThread(mp3.service, Blocks::callback, &blocks);
+    ASSERT_EQ(0, unsized->start());
+    mp3.write(100);
+    ASSERT_TRUE(wws_test::waitFor([&] { return blocks.count() == 1; }));
+    EXPECT_TRUE(blocks.all()[0].samples.empty());
+    unsized->stop();
+    unsized->join();
+}
+
+TEST_F(PlaybackMonitorTest, SearchesConnectsAndSurvivesTheServicesDeath) {
+    host::setServiceLookupWaitMs(20);
+    monitor->startMonitor();
+    monitor->startMonitor();
+    EXPECT_TRUE(log.contains(ANDROID_LOG_ERROR, kMonitorTag, "PlaybackMonitor has already started"));
+    const std::string absent = "cannot get service <playbackstream> from defaultServiceManager";
+    ASSERT_TRUE(wws_test::waitFor([&] { return log.count(absent) >= 2; }));
+
+    Published first;
+    publish(first);
+    ASSERT_TRUE(flows(first));
+    EXPECT_TRUE(log.contains(ANDROID_LOG_DEBUG, kMonitorTag, "playbackStreamService binder connected"));
+    // Connected: the monitor thread has ended, the reader runs.
+    EXPECT_TRUE(wws_test::waitFor([] { return wws_test::threadsNamed("PlaybackMonitor") == 0; }));
+    monitor->startMonitor();
+    EXPECT_TRUE(log.contains(ANDROID_LOG_ERROR, kMonitorTag, "PlaybackMonitor has already got"));
+
+    ASSERT_TRUE(host::killService("playbackstream"));
+    EXPECT_TRUE(wws_test::waitFor([&] { return log.contains("onServiceDisconnected"); }));
+    EXPECT_TRUE(log.contains(ANDROID_LOG_DEBUG, kMonitorTag, "playbackStreamService binder died"));
+    // The old stream no longer reaches the callback; the monitor searches again.
+    EXPECT_TRUE(wws_test::waitFor([] { return wws_test::threadsNamed("AudioStreamRead") == 0; }));
+    const size_t before = blocks.samples();
+    first.write(512);
+    EXPECT_FALSE(wws_test::waitFor([&] { return blocks.samples() > before; },
+                                   std::chrono::milliseconds(100)));
+    Published second;
+    publish(second);
+    EXPECT_TRUE(flows(second));
+}
+
+TEST_F(PlaybackMonitorTest, StopAfterConnectingEndsTheReaderAndIgnoresALaterDeath) {
+    Published published;
+    publish(published);
+    monitor->startMonitor();
+    ASSERT_TRUE(flows(published));
+    monitor->stopMonitor();
+    EXPECT_TRUE(wws_test::waitFor([] { return wws_test::threadsNamed("AudioStreamRead") == 0; }));
+    const size_t before = blocks.samples();
+    published.write(512);
+    EXPECT_FALSE(wws_test::waitFor([&] { return blocks.samples() > before; },
+                                   std::chrono::milliseconds(100)));
+    ASSERT_TRUE(host::killService("playbackstream"));
+    host::flushBinderThread();
+    EXPECT_FALSE(monitor->isRunning());
+    EXPECT_FALSE(log.contains("onServiceDisconnected"));
+    // And a new start connects again.
+    Published again;
+    publish(again);
+    monitor->startMonitor();
+    EXPECT_TRUE(flows(again));
+}
+
+// A block being handed over when the monitor stops is the last: stopMonitor() waits for it.
+TEST_F(PlaybackMonitorTest, StopWaitsForABlockInTheCallback) {
+    struct Gate {
+        std::mutex lock;
+        std::condition_variable changed;
+        bool entered = false;
+        bool released = false;
+        static void callback(void* user, int16_t*, size_t, uint32_t) {
+            auto* gate = static_cast<Gate*>(user);
+            std::unique_lock<std::mutex> hold(gate->lock);
+            gate->entered = true;
+            gate->changed.notify_all();
+            gate->changed.wait_for(hold, std::chrono::seconds(10), [gate] { return gate->released; });
+        }
+    } gate;
+    sp<PlaybackMonitor> gated = new PlaybackMonitor(Gate::callback, &gate);
+    Published published;
+    publish(published);
+    gated->startMonitor();
+    ASSERT_TRUE(wws_test::waitFor([&] {
+        published.write(64);
+        std::lock_guard<std::mutex> hold(gate.lock);
+        return gate.entered;
+    }));
+    std::atomic<bool> stopped{false};
+    std::thread stopper([&] {
+        gated->stopMonitor();
+        stopped = true;
+    });
+    EXPECT_FALSE(wws_test::waitFor([&] { return stopped.load(); }, std::chrono::milliseconds(150)));
+    {
+        std::lock_guard<std::mutex> hold(gate.lock);
+        gate.released = true;
+        gate.changed.notify_all();
+    }
+    stopper.join();
+    EXPECT_TRUE(stopped);
+}
+
+TEST_F(PlaybackMonitorTest, HundredDeathsNeverLoseTheStreamOrLeakAThread) {
+    Published published;
+    publish(published);
+    monitor->startMonitor();
+    ASSERT_TRUE(flows(published));
+    for (int cycle = 0; cycle < 100; ++cycle) {
+        ASSERT_TRUE(host::killService("playbackstream"));
+        Published next;
+        publish(next);
+        ASSERT_TRUE(flows(next)) << cycle;
+    }
+    EXPECT_TRUE(wws_test::waitFor([] {
+        return wws_test::threadsNamed("PlaybackMonitor") == 0 &&
+               wws_test::threadsNamed("AudioStreamRead") == 1;
+    }));
+}
+
+// A host program can feed the service's playback path from the monitor.
+TEST_F(PlaybackMonitorTest, FeedsTheServicesPlaybackPath) {
+    norvo_fake::reset();
+    wws_test::ServiceConfig config;
+    config.playbackViaAudioRecord = true;
+    sp<velmar::WakeWordService> service = wws_test::createService(config);
+    ASSERT_EQ(0, service->mInitStatus);
+    sp<PlaybackMonitor> wired =
+            new PlaybackMonitor(velmar::WakeWordService::playbackAudioCallbackFn, service.get());
+    Published published;
+    publish(published);
+    wired->startMonitor();
+    std::vector<int16_t> samples = {1, -2, 3, -4, 5, -6};
+    ASSERT_TRUE(wws_test::waitFor([&] {
+        published.writer->write(samples.data(), samples.size() * 2);
+        return service->mPlaybackFrameCount >= 6;
+    }));
+    wired->stopMonitor();  // no block reaches the service after this
+    std::vector<int16_t> pushed = norvo_fake::pushedSamples("WakeWordService_playback_decoder");
+    ASSERT_GE(pushed.size(), 6u);
+    EXPECT_EQ(samples, std::vector<int16_t>(pushed.end() - 6, pushed.end()));
+    EXPECT_EQ(pushed.size(), service->mPlaybackFrameCount);
+}
