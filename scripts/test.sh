@@ -1,25 +1,30 @@
 #!/usr/bin/env bash
-# Builds and runs the whole test suite three times: a normal build, an ASan+UBSan build and a TSan
-# build. Installs what it needs first (scripts/setup.sh). Exits non-zero on the first failure.
-#   scripts/test.sh            all three builds
-#   scripts/test.sh default    only the normal build (also: asan, tsan)
+# Builds and runs the whole test suite: a normal build, an ASan+UBSan build, a TSan build, a 32-bit
+# ARM cross build whose native tests run under qemu-arm, and a short run of every fuzz target.
+# Installs what it needs first (scripts/setup.sh). Exits non-zero on the first failure.
+#   scripts/test.sh            all of them
+#   scripts/test.sh default    only the normal build (also: asan, tsan, arm, fuzz)
 set -euo pipefail
 cd "$(dirname "$0")/.."
-bash scripts/setup.sh
+bash scripts/setup.sh arm
 
 jobs=$(nproc 2>/dev/null || echo 2)
 variants=("$@")
-[ ${#variants[@]} -eq 0 ] && variants=(default asan tsan)
+[ ${#variants[@]} -eq 0 ] && variants=(default asan tsan arm fuzz)
 
 for variant in "${variants[@]}"; do
+  extra=()
   case "$variant" in
     default) dir=build;      sanitize="" ;;
     asan)    dir=build-asan; sanitize="address,undefined" ;;
     tsan)    dir=build-tsan; sanitize="thread" ;;
+    arm)     dir=build-arm;  sanitize=""; extra=(-DCMAKE_TOOLCHAIN_FILE=cmake/armhf-toolchain.cmake) ;;
+    fuzz)    echo "== fuzz (30 s per target)"; bash scripts/fuzz.sh 30; continue ;;
     *) echo "unknown variant: $variant" >&2; exit 2 ;;
   esac
   echo "== $variant build ($dir)"
-  cmake -S . -B "$dir" -DWWS_SANITIZE="$sanitize" -DCMAKE_BUILD_TYPE=RelWithDebInfo >/dev/null
+  cmake -S . -B "$dir" -DWWS_SANITIZE="$sanitize" -DCMAKE_BUILD_TYPE=RelWithDebInfo \
+    ${extra[@]+"${extra[@]}"} >/dev/null
   cmake --build "$dir" -j "$jobs"
   echo "== $variant tests"
   ASAN_OPTIONS=detect_leaks=1:abort_on_error=0 \

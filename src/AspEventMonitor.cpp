@@ -101,6 +101,11 @@ void AspEventMonitor::binderDied(const android::wp<android::IBinder>& /*who*/) {
     mListenerRegistered = false;
     if (mStopped) return;  // stopped on purpose: stay stopped
     ALOGD("audiosignalprocessor binder re-connected");
+    if (mThreadEnding) {
+        // The thread registered and is on its way out without taking any lock again.
+        join();
+        mThreadEnding = false;
+    }
     // Still under mLock: the new monitor thread's lookup waits until this death is handled.
     start();
 }
@@ -122,13 +127,19 @@ bool AspEventMonitor::threadLoop() {
         }
         if (!held) service = getAspService();
         android::Mutex::Autolock lock(mLock);
-        if (service != nullptr && mAspService == nullptr) mAspService = service;
+        // A service that died since the lookup is not worth registering with: its death notice
+        // found nothing to forget, so this thread searches again instead.
+        if (service != nullptr && mAspService == nullptr &&
+            android::IInterface::asBinder(service)->isBinderAlive()) {
+            mAspService = service;
+        }
         found = mAspService != nullptr;
         if (found && !mListenerRegistered) {
             mAspService->registerListener(this);
             ALOGD("mAspService.registerListener()");
             mListenerRegistered = true;
         }
+        mThreadEnding = found && !exitPending();
     }
     if (exitPending()) {
         stopListener();

@@ -8,7 +8,9 @@
 //
 // Locks: mLock guards mAspService, mListenerRegistered and mStopped. It is held for the lookup
 // (which may wait for the service a short, bounded time), the registration and the death
-// handling, so that a death and a registration never interleave. binderDied() calls start() with
+// handling, so that a death and a registration never interleave. A death that arrives while the
+// monitor thread is ending waits for it to end and then starts the next search, so a registration
+// is never lost to that moment. binderDied() calls start() with
 // it held; start() therefore takes no lock and is called either with mLock held or before the
 // monitor thread exists. stop() waits for the monitor thread without holding it.
 #ifndef VELMAR_ASP_EVENT_MONITOR_H
@@ -62,6 +64,10 @@ class AspEventMonitor : public android::Thread,
     bool mListenerRegistered;  // guarded by mLock
     android::sp<AspEventHandler> mEventHandler;
     bool mStopped;  // guarded by mLock
+    // Set by the monitor thread, under mLock, when the pass it is in ends the thread: from then on
+    // it takes no lock, so a death handled meanwhile may wait for it to end before starting the
+    // next search (until it has ended, run() would refuse).
+    bool mThreadEnding = false;  // guarded by mLock
     // Cut the monitor thread's pause between lookups short when stop() asks it to end.
     android::Mutex mWakeLock;
     android::Condition mWake;

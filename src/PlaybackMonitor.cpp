@@ -29,36 +29,36 @@ PlaybackMonitor::~PlaybackMonitor() {
 void PlaybackMonitor::startMonitor() {
     android::Mutex::Autolock lock(mLock);
     ALOGD("startMonitor()");
+    mStopped = false;
+    runSearchLocked();
+}
+
+void PlaybackMonitor::runSearchLocked() {
     if (isRunning()) {
         ALOGE("PlaybackMonitor has already started");
     } else if (mConnected) {
         ALOGE("PlaybackMonitor has already got");
+    } else if (run("PlaybackMonitor", kThreadPriority, 0) == android::NO_ERROR) {
+        ALOGD("PlaybackMonitor has been started");
     } else {
-        mStopped = false;
-        if (run("PlaybackMonitor", kThreadPriority, 0) == android::NO_ERROR) {
-            ALOGD("PlaybackMonitor has been started");
-        } else {
-            ALOGE("Error starting thread");
-        }
+        ALOGE("Error starting thread");
     }
 }
 
 void PlaybackMonitor::stopMonitor() {
-    mStopped = true;
     {
         android::Mutex::Autolock lock(mLock);
         ALOGD("stopMonitor()");
-        if (isRunning()) {
-            requestExit();
-            {
-                android::Mutex::Autolock wake(mWakeLock);
-                mWake.signal();
-            }
-            status_t status = requestExitAndWait();
-            if (status != android::NO_ERROR) ALOGE("Error stopping thread: %d", status);
-        }
+        // Under mLock: a death handled from now on sees it and starts no search.
+        mStopped = true;
+        requestExit();
+        android::Mutex::Autolock wake(mWakeLock);
+        mWake.signal();
     }
-    // Without mLock: a death being handled holds mServiceLock and may be waiting for mLock.
+    // Without mLock: the monitor thread may be waiting for mServiceLock, held by a death that is
+    // itself waiting for mLock.
+    status_t status = requestExitAndWait();
+    if (status != android::NO_ERROR) ALOGE("Error stopping thread: %d", status);
     android::Mutex::Autolock lock(mServiceLock);
     if (mServiceBinder != nullptr) mServiceBinder->unlinkToDeath(this);
     resetVariables();
@@ -83,8 +83,14 @@ void PlaybackMonitor::onServiceConnected() {
 void PlaybackMonitor::onServiceDisconnected() {
     ALOGD("onServiceDisconnected");
     resetVariables();
+    if (mThreadEnding.exchange(false)) {
+        // The thread connected and is on its way out without taking any lock again; until it
+        // has ended, run() would refuse the next search.
+        join();
+    }
+    android::Mutex::Autolock lock(mLock);
     // A stop since the death leaves the monitor stopped.
-    if (!mStopped) startMonitor();
+    if (!mStopped) runSearchLocked();
 }
 
 void PlaybackMonitor::resetVariables() {
@@ -127,6 +133,7 @@ bool PlaybackMonitor::threadLoop() {
         }
         if (mAudioStreamService != nullptr) {
             onServiceConnected();
+            mThreadEnding = true;  // connected: this pass ends the thread
         } else {
             result = android::BAD_VALUE;
         }

@@ -8,9 +8,9 @@
 // running) -> death -> searching ... ; stopMonitor() -> idle from any state.
 //
 // Threads and locks: startMonitor() and stopMonitor() run on the owner's thread and take mLock;
-// binderDied() arrives on a binder thread and holds mServiceLock, then takes mLock (through
-// startMonitor()); no path takes them the other way (stopMonitor() lets go of mLock before it
-// takes mServiceLock to drop the connection). mServiceLock also covers the lookup and the
+// binderDied() arrives on a binder thread and holds mServiceLock, then takes mLock to search
+// again; no path takes them the other way, and stopMonitor() waits for the monitor thread (which
+// may need mServiceLock) holding neither. mServiceLock also covers the lookup and the
 // connection on the monitor thread. The callback runs on the reader thread; once stopMonitor()
 // has returned it runs no more (the reader thread has ended) and a later death of the service
 // starts no new search (the death link is removed).
@@ -55,6 +55,8 @@ class PlaybackMonitor : public android::Thread, public android::IBinder::DeathRe
 
   private:
     bool threadLoop() override;
+    // Runs the monitor thread unless it runs or a service is held (both logged). Holds mLock.
+    void runSearchLocked();
 
     android::sp<IAudioStreamService> mAudioStreamService;  // guarded by mServiceLock
     android::Mutex mLock;
@@ -64,7 +66,10 @@ class PlaybackMonitor : public android::Thread, public android::IBinder::DeathRe
     void* mUserData;
     android::sp<android::IBinder> mServiceBinder;  // guarded by mServiceLock; for the death link
     std::atomic<bool> mConnected{false};  // mAudioStreamService is set (read under mLock)
-    std::atomic<bool> mStopped{true};     // a death while stopped starts no search
+    std::atomic<bool> mStopped{true};     // written under mLock; a death while stopped starts no search
+    // Set by the monitor thread, under mServiceLock, in the pass that connects and so ends the
+    // thread; a death handled meanwhile waits for the thread to end before searching again.
+    std::atomic<bool> mThreadEnding{false};
     // Cut the monitor thread's pause between lookups short when stopMonitor() asks it to end.
     android::Mutex mWakeLock;
     android::Condition mWake;

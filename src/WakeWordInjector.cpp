@@ -121,6 +121,10 @@ status_t WakeWordInjector::doPushInRealTime(const sp<android::IMediaSource>& sou
         return fail(android::INVALID_OPERATION);
     }
     mToPlayback = toPlayback;
+    // The previous injection's thread clears the injecting flag a moment before it has fully
+    // exited; until then run() would refuse to start a new one. Its work is done, so this wait is
+    // at most that moment.
+    join();
     // Set before the thread exists, so that no live buffer is taken once the first injected block
     // can arrive.
     mInjecting.store(true, std::memory_order_release);

@@ -45,7 +45,9 @@ std::string generateKeywordListJson(const std::vector<std::string>& keywords) {
 
 std::string generateBetaEnabledJson(const std::string& json) {
     rapidjson::Document document;
-    document.Parse(json.c_str(), json.size());
+    // Full precision: the caller's numbers must come out as they went in, not a bit off in their
+    // last digit.
+    document.Parse<rapidjson::kParseFullPrecisionFlag>(json.c_str(), json.size());
     if (document.HasParseError() || !document.IsObject()) {
         ALOGE("Error parsing JSON for betaEnabled");
         return json;

@@ -110,9 +110,12 @@ TEST_F(AspEventMonitorTest, StartReportsZeroOnceAndRegistersOnItsThread) {
     ASSERT_TRUE(wws_test::waitFor([&] { return service->listenerCount() == 1; }));
     EXPECT_TRUE(log.contains(ANDROID_LOG_DEBUG, kTag, "AspEventMonitor has been started"));
     EXPECT_TRUE(log.contains(ANDROID_LOG_DEBUG, kTag, "audiosignalprocessor binder connected"));
-    EXPECT_TRUE(log.contains(ANDROID_LOG_DEBUG, kTag, "mAspService.registerListener()"));
+    // Logged just after the service counts the listener.
+    EXPECT_TRUE(wws_test::waitFor(
+            [&] { return log.contains(ANDROID_LOG_DEBUG, kTag, "mAspService.registerListener()"); }));
     // Registered, the monitor thread ends; the handler thread stays.
-    EXPECT_TRUE(wws_test::waitFor([] { return wws_test::threadsNamed("AspEventMonitor") == 0; }));
+    EXPECT_TRUE(wws_test::waitFor([] { return wws_test::threadsNamed("AspEventMonitor") == 0; }))
+            << wws_test::threadsNamed("AspEventMonitor") << " monitor threads";
     EXPECT_TRUE(wws_test::waitFor([] { return wws_test::threadsNamed("AspEventHandler") == 1; }));
     EXPECT_TRUE(staysAt(1));
 
@@ -208,7 +211,8 @@ TEST_F(AspEventMonitorTest, HundredDeathsNeverLoseTheListenerOrLeakAThread) {
         ASSERT_TRUE(wws_test::waitFor([&] { return service->listenerCount() == 1; })) << cycle;
     }
     EXPECT_EQ(101u, reports.count());
-    EXPECT_TRUE(wws_test::waitFor([] { return wws_test::threadsNamed("AspEventMonitor") == 0; }));
+    EXPECT_TRUE(wws_test::waitFor([] { return wws_test::threadsNamed("AspEventMonitor") == 0; }))
+            << wws_test::threadsNamed("AspEventMonitor") << " monitor threads";
     EXPECT_TRUE(wws_test::waitFor([] { return wws_test::threadsNamed("AspEventHandler") == 1; }));
     send(2, kActive);
     EXPECT_EQ(1, reports.values().back());
@@ -223,7 +227,8 @@ TEST_F(AspEventMonitorTest, SearchesUntilTheServiceAppearsAndStopsPromptly) {
     service = asp::host::publishService();
     ASSERT_TRUE(wws_test::waitFor([&] { return service->listenerCount() == 1; }));
     const size_t errors = log.count(absent);
-    EXPECT_TRUE(wws_test::waitFor([] { return wws_test::threadsNamed("AspEventMonitor") == 0; }));
+    EXPECT_TRUE(wws_test::waitFor([] { return wws_test::threadsNamed("AspEventMonitor") == 0; }))
+            << wws_test::threadsNamed("AspEventMonitor") << " monitor threads";
     EXPECT_EQ(errors, log.count(absent));
 
     // Stopping while searching cuts the pause between lookups short.

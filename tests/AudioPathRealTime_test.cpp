@@ -63,8 +63,18 @@ extern "C" void* realloc(void* p, size_t size) {
     noteAllocation();
     return __libc_realloc(p, size);
 }
+// glibc's own entry point, by the symbol version each architecture first had it under.
+#if defined(__x86_64__)
+#define WWS_GLIBC_BASE_VERSION "GLIBC_2.2.5"
+#elif defined(__arm__)
+#define WWS_GLIBC_BASE_VERSION "GLIBC_2.4"
+#elif defined(__aarch64__)
+#define WWS_GLIBC_BASE_VERSION "GLIBC_2.17"
+#else
+#error "the glibc version of __pthread_mutex_lock on this architecture is not known here"
+#endif
 extern "C" int wws_glibc_mutex_lock(pthread_mutex_t* mutex);
-__asm__(".symver wws_glibc_mutex_lock, __pthread_mutex_lock@GLIBC_2.2.5");
+__asm__(".symver wws_glibc_mutex_lock, __pthread_mutex_lock@" WWS_GLIBC_BASE_VERSION);
 extern "C" int pthread_mutex_lock(pthread_mutex_t* mutex) {
     if (tCounting) ++gLocks;
     return wws_glibc_mutex_lock(mutex);

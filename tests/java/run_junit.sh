@@ -7,8 +7,11 @@ set -uo pipefail
 java=$1 libs=$2 classpath=$3
 shift 3
 log=$(mktemp)
+# The JVM's own compiler and GC threads are fixed in number, so that tests which count the
+# process's threads see only what the library starts and ends.
 # shellcheck disable=SC2086  # WWS_JVM_OPTIONS is a list of options
-"$java" -Xcheck:jni ${WWS_JVM_OPTIONS:-} -Djava.library.path="$libs" \
+"$java" -Xcheck:jni -XX:-UseDynamicNumberOfCompilerThreads -XX:-UseDynamicNumberOfGCThreads \
+  ${WWS_JVM_OPTIONS:-} -Djava.library.path="$libs" \
   -jar /usr/share/java/junit-platform-console-standalone.jar \
   --class-path "$classpath" --disable-banner --details=tree "$@" 2>&1 | tee "$log"
 status=${PIPESTATUS[0]}

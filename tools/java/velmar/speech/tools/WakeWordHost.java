@@ -274,9 +274,11 @@ public final class WakeWordHost {
                 long position, long size, int detectionType, String decoderId) {
             byte[] blob = size > 0 ? mMetadata.read(position, (int) size) : new byte[0];
             StringBuilder line = new StringBuilder();
-            line.append(String.format("heard     %5.2f-%5.2f s  %s \"%s\"  %s, type %d, samples "
-                            + "%d-%d%s%n", begin / (double) Wav.RATE, (end + 1) / (double) Wav.RATE,
-                    keyword, detail, kind, detectionType, begin, end,
+            // Java numbers the engine's detection types from 1: 1 accepted, 2 and 3 near misses.
+            line.append(String.format("heard     %5.2f-%5.2f s  %s \"%s\"  %s, type %d (%s), "
+                            + "samples %d-%d%s%n", begin / (double) Wav.RATE,
+                    (end + 1) / (double) Wav.RATE, keyword, detail, kind, detectionType,
+                    detectionType == 1 ? "accepted" : "near miss", begin, end,
                     decoderId.equals(INPUT_DECODER) ? "" : ", decoder " + decoderId));
             line.append("          metadata ").append(new String(blob, StandardCharsets.UTF_8));
             System.out.println(line);

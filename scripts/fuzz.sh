@@ -1,0 +1,50 @@
+#!/usr/bin/env bash
+# Builds the fuzz targets with clang and libFuzzer (ASan+UBSan, in build-fuzz/) and runs each one:
+#   scripts/fuzz.sh                 30 seconds per target (what CI runs)
+#   scripts/fuzz.sh 600             600 seconds per target
+#   scripts/fuzz.sh --runs 1000000  a million executions per target
+#   scripts/fuzz.sh ... model_json  only the named targets
+# Each target starts from its seeds and past findings in fuzz/corpus/<name> and grows a working
+# corpus in build-fuzz/corpus/<name>. An input that crashes is kept in build-fuzz/findings/<name>/;
+# once fixed, copy it into fuzz/corpus/<name>/ so that every build replays it from then on.
+set -euo pipefail
+cd "$(dirname "$0")/.."
+limit=(-max_total_time=30)
+targets=()
+while [ $# -gt 0 ]; do
+  case "$1" in
+    --runs) limit=(-runs="${2:?--runs needs a count}"); shift 2 ;;
+    [0-9]*) limit=(-max_total_time="$1"); shift ;;
+    *) targets+=("$1"); shift ;;
+  esac
+done
+[ ${#targets[@]} -eq 0 ] && targets=(model_json model_attributes wav_injection)
+
+bash scripts/setup.sh >/dev/null
+CC=clang CXX=clang++ cmake -S . -B build-fuzz -DWWS_FUZZ=ON -DWWS_BUILD_TESTS=OFF \
+  -DWWS_SANITIZE=address,undefined -DCMAKE_BUILD_TYPE=RelWithDebInfo >/dev/null
+cmake --build build-fuzz -j "$(nproc 2>/dev/null || echo 2)" \
+  --target "${targets[@]/#/fuzz_}" >/dev/null
+
+status=0
+for name in "${targets[@]}"; do
+  options=()
+  case "$name" in
+    model_json|model_attributes) options=(-dict=fuzz/json.dict -max_len=2048) ;;
+    wav_injection) options=(-max_len=8192) ;;
+  esac
+  corpus=build-fuzz/corpus/$name findings=build-fuzz/findings/$name
+  mkdir -p "$corpus" "$findings"
+  log=build-fuzz/$name.log
+  if ASAN_OPTIONS=detect_leaks=1 UBSAN_OPTIONS=print_stacktrace=1:halt_on_error=1 \
+     "build-fuzz/fuzz/fuzz_$name" "${limit[@]}" "${options[@]}" -print_final_stats=1 \
+       -artifact_prefix="$findings/" "$corpus" "fuzz/corpus/$name" >"$log" 2>&1; then
+    runs=$(sed -n 's/^stat::number_of_executed_units: *//p' "$log")
+    echo "fuzz: $name: $runs executions, no finding (corpus $(ls "$corpus" | wc -l) inputs)"
+  else
+    status=1
+    grep -E '^(==[0-9]+==ERROR|SUMMARY|fuzz check failed)|Test unit written' "$log" | head -5
+    echo "fuzz: $name: FOUND A PROBLEM; full output in $log" >&2
+  fi
+done
+exit $status
