@@ -16,6 +16,7 @@ packages=(
   libgtest-dev libgmock-dev libbenchmark-dev
   g++-arm-linux-gnueabihf qemu-user blueprint-tools
   openjdk-17-jdk-headless junit5
+  libpocketsphinx-dev libsphinxbase-dev pocketsphinx-en-us flite
   clang libclang-rt-14-dev
 )
 if $arm; then

@@ -119,6 +119,106 @@ TEST_F(HostAudio, WavFileSourcePlaysItsSamplesIntoEveryChannel) {
     EXPECT_EQ(android::NAME_NOT_FOUND, missing->initCheck());
 }
 
+// Raw PCM from a pipe, as `arecord ... | program --live -` gives it.
+class FdPcmTest : public testing::Test {
+  protected:
+    void SetUp() override { ASSERT_EQ(0, pipe(mPipe)); }
+    void TearDown() override {
+        if (mPipe[1] >= 0) close(mPipe[1]);
+    }
+    void writeBytes(const std::vector<uint8_t>& bytes) {
+        ASSERT_EQ(static_cast<ssize_t>(bytes.size()), write(mPipe[1], bytes.data(), bytes.size()));
+    }
+    void closeWriter() {
+        close(mPipe[1]);
+        mPipe[1] = -1;
+    }
+    // Everything produced until count frames arrived (or the deadline passed).
+    std::vector<int16_t> take(host::FdPcm& pcm, size_t count, uint32_t channels) {
+        std::vector<int16_t> taken;
+        std::vector<int16_t> buffer(320 * channels);
+        wws_test::waitFor([&] {
+            size_t frames = pcm.produce(buffer.data(), 320, channels);
+            taken.insert(taken.end(), buffer.begin(), buffer.begin() + frames * channels);
+            return taken.size() >= count * channels;
+        });
+        return taken;
+    }
+    int mPipe[2] = {-1, -1};
+};
+
+TEST_F(FdPcmTest, ReadsLittleEndianSamplesSplitAcrossReadsIntoEveryChannel) {
+    sp<host::FdPcm> pcm = new host::FdPcm(mPipe[0], /*ownFd=*/true);
+    int16_t empty[2];
+    // Nothing has arrived: produce() returns at once with nothing.
+    EXPECT_EQ(0u, pcm->produce(empty, 1, 2));
+    writeBytes({0x01, 0x00, 0xfe});  // 1, then the first byte of -2
+    EXPECT_EQ((std::vector<int16_t>{1, 1}), take(*pcm, 1, 2));  // the reader has read all three
+    writeBytes({0xff, 0x2c, 0x01});  // the second byte of -2, then 300
+    EXPECT_EQ((std::vector<int16_t>{-2, -2, 300, 300}), take(*pcm, 2, 2));
+    EXPECT_EQ(3u, pcm->framesDelivered());
+    EXPECT_FALSE(pcm->finished());
+    closeWriter();
+    ASSERT_TRUE(wws_test::waitFor([&] { return pcm->finished(); }));
+    EXPECT_EQ(0u, pcm->produce(empty, 1, 2));
+}
+
+TEST_F(FdPcmTest, FinishesOnlyOnceEverythingReadIsDelivered) {
+    sp<host::FdPcm> pcm = new host::FdPcm(mPipe[0], true);
+    writeBytes({0x07, 0x00, 0x08, 0x00});
+    closeWriter();
+    // Time for the reader to reach the end of input; the two samples are still undelivered.
+    usleep(200000);
+    EXPECT_FALSE(pcm->finished());
+    EXPECT_EQ((std::vector<int16_t>{7, 8}), take(*pcm, 2, 1));
+    EXPECT_TRUE(pcm->finished());
+}
+
+TEST_F(FdPcmTest, ReadsAheadOnlyAsFarAsItsBufferAndResumesWhenThereIsRoom) {
+    sp<host::FdPcm> pcm = new host::FdPcm(mPipe[0], true, /*bufferFrames=*/1000);
+    std::vector<uint8_t> bytes;
+    for (int i = 0; i < 5000; ++i) {
+        bytes.push_back(static_cast<uint8_t>(i & 0xff));
+        bytes.push_back(static_cast<uint8_t>(i >> 8));
+    }
+    // The pipe holds the rest while the reader waits for room: the writer runs on its own.
+    std::thread writer([&] { writeBytes(bytes); });
+    // Nothing is taken yet: the reader stops once its buffer is full (one read may overshoot).
+    ASSERT_TRUE(wws_test::waitFor([&] { return pcm->buffered() >= 1000; }));
+    usleep(100000);
+    EXPECT_LT(pcm->buffered(), 1000u + 2048u);
+    std::vector<int16_t> all = take(*pcm, 5000, 1);
+    writer.join();
+    ASSERT_EQ(5000u, all.size());
+    for (int i = 0; i < 5000; ++i) ASSERT_EQ(i, all[i]) << i;
+}
+
+TEST_F(FdPcmTest, DeliveryTimesSayWhenEachFrameWentOut) {
+    sp<host::FdPcm> pcm = new host::FdPcm(mPipe[0], true);
+    writeBytes(std::vector<uint8_t>(2 * 10, 0));
+    // Exactly n frames, in as many deliveries as it takes.
+    auto deliver = [&](size_t n) {
+        std::vector<int16_t> buffer(n);
+        size_t got = 0;
+        return wws_test::waitFor([&] {
+            got += pcm->produce(buffer.data(), n - got, 1);
+            return got == n;
+        });
+    };
+    ASSERT_TRUE(deliver(4));  // delivered before timing started
+    pcm->recordDeliveryTimes();
+    ASSERT_TRUE(deliver(3));
+    int64_t first = pcm->deliveryTime(4);
+    usleep(2000);
+    ASSERT_TRUE(deliver(3));
+    EXPECT_EQ(-1, pcm->deliveryTime(3));
+    EXPECT_GT(first, 0);
+    EXPECT_EQ(first, pcm->deliveryTime(6));
+    EXPECT_GT(pcm->deliveryTime(7), first);
+    EXPECT_EQ(pcm->deliveryTime(7), pcm->deliveryTime(9));
+    EXPECT_EQ(-1, pcm->deliveryTime(10));
+}
+
 TEST_F(HostAudio, SlowConsumerGetsAnOverrun) {
     host::attachSource(kSource, new host::GeneratedPcm([](uint64_t, uint32_t) { return 0; }));
     Sink sink;

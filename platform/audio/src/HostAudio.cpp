@@ -1,9 +1,13 @@
 #include <media/AudioRecord.h>
 #include <media/AudioSystem.h>
 #include <media/HostAudio.h>
+#include <poll.h>
 #include <sndfile.h>
+#include <time.h>
+#include <unistd.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <map>
 #include <vector>
 
@@ -101,6 +105,104 @@ size_t WavFilePcm::produce(int16_t* dst, size_t maxFrames, uint32_t channelCount
         }
     }
     return frames;
+}
+
+FdPcm::FdPcm(int fd, bool ownFd, size_t bufferFrames)
+    : mFd(fd), mOwnFd(ownFd), mCapacity(std::max<size_t>(bufferFrames, 1)) {
+    mReader = std::thread(&FdPcm::readLoop, this);
+}
+
+FdPcm::~FdPcm() {
+    {
+        std::lock_guard<std::mutex> guard(mLock);
+        mStop = true;
+    }
+    mRoom.notify_all();
+    mReader.join();
+    if (mOwnFd) close(mFd);
+}
+
+void FdPcm::readLoop() {
+    char bytes[4096];
+    size_t carried = 0;  // an odd byte left from the previous read
+    for (;;) {
+        {
+            std::unique_lock<std::mutex> lock(mLock);
+            mRoom.wait(lock, [this] { return mStop || mSamples.size() < mCapacity; });
+            if (mStop) return;
+        }
+        // A pipe may stay silent for a long time: wait in short steps so that the destructor is
+        // never kept waiting.
+        pollfd readable{mFd, POLLIN, 0};
+        int ready = poll(&readable, 1, 100);
+        if (ready == 0 || (ready < 0 && errno == EINTR)) continue;
+        ssize_t got = ready < 0 ? -1 : read(mFd, bytes + carried, sizeof(bytes) - carried);
+        if (got < 0 && errno == EINTR) continue;
+        std::lock_guard<std::mutex> guard(mLock);
+        if (got <= 0) {
+            mEnded = true;  // end of input, or an error: either way no more audio comes
+            return;
+        }
+        size_t total = carried + static_cast<size_t>(got);
+        for (size_t i = 0; i + 1 < total; i += 2) {
+            uint16_t lo = static_cast<uint8_t>(bytes[i]);
+            uint16_t hi = static_cast<uint8_t>(bytes[i + 1]);
+            mSamples.push_back(static_cast<int16_t>(lo | (hi << 8)));
+        }
+        carried = total % 2;
+        if (carried) bytes[0] = bytes[total - 1];
+    }
+}
+
+size_t FdPcm::produce(int16_t* dst, size_t maxFrames, uint32_t channelCount) {
+    size_t frames;
+    {
+        std::lock_guard<std::mutex> guard(mLock);
+        frames = std::min(maxFrames, mSamples.size());
+        for (size_t f = 0; f < frames; ++f) {
+            for (uint32_t c = 0; c < channelCount; ++c) dst[f * channelCount + c] = mSamples[f];
+        }
+        mSamples.erase(mSamples.begin(), mSamples.begin() + static_cast<ptrdiff_t>(frames));
+        mDelivered += frames;
+        if (mRecordTimes && frames > 0) {
+            timespec now{};
+            clock_gettime(CLOCK_MONOTONIC, &now);
+            mDeliveries.emplace_back(mDelivered, now.tv_sec * 1000000000LL + now.tv_nsec);
+        }
+    }
+    if (frames > 0) mRoom.notify_all();
+    return frames;
+}
+
+bool FdPcm::finished() const {
+    std::lock_guard<std::mutex> guard(mLock);
+    return mEnded && mSamples.empty();
+}
+
+size_t FdPcm::buffered() const {
+    std::lock_guard<std::mutex> guard(mLock);
+    return mSamples.size();
+}
+
+uint64_t FdPcm::framesDelivered() const {
+    std::lock_guard<std::mutex> guard(mLock);
+    return mDelivered;
+}
+
+void FdPcm::recordDeliveryTimes() {
+    std::lock_guard<std::mutex> guard(mLock);
+    mRecordTimes = true;
+    mFirstTimedFrame = mDelivered;
+}
+
+int64_t FdPcm::deliveryTime(uint64_t frame) const {
+    std::lock_guard<std::mutex> guard(mLock);
+    if (!mRecordTimes || frame < mFirstTimedFrame) return -1;
+    // Deliveries are in order: the first whose end passes the frame delivered it.
+    auto found = std::upper_bound(
+            mDeliveries.begin(), mDeliveries.end(), frame,
+            [](uint64_t f, const std::pair<uint64_t, int64_t>& d) { return f < d.first; });
+    return found == mDeliveries.end() ? -1 : found->second;
 }
 
 // ---- control

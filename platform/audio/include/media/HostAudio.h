@@ -11,11 +11,13 @@
 #include <utils/StrongPointer.h>
 
 #include <atomic>
+#include <condition_variable>
 #include <cstdint>
 #include <deque>
 #include <functional>
 #include <mutex>
 #include <string>
+#include <thread>
 #include <vector>
 
 namespace android {
@@ -72,6 +74,50 @@ class WavFilePcm : public PcmProducer {
     int mChannels = 0;
     status_t mStatus = NO_INIT;
     std::vector<int16_t> mScratch;
+};
+
+// Raw PCM from a file descriptor: 16 kHz, 16-bit little-endian, mono, as `arecord -r 16000 -f
+// S16_LE -c 1` writes it. A reader thread of its own moves what arrives (a pipe's real-time
+// trickle, or a file at once) into a bounded buffer; produce() hands out what is buffered, up to
+// maxFrames, without waiting for more, and repeats the mono sample in every channel of the
+// recording. When the buffer is full the reader waits, so a file plays at the recording's real-time
+// pace. At end of input produce() returns 0 from then on and finished() turns true once all is
+// delivered. Each delivery can be time-stamped (see deliveryTime()) to measure latency from the
+// audio.
+class FdPcm : public PcmProducer {
+  public:
+    // Takes ownership of fd (closes it) when ownFd. bufferFrames: at most this much is read ahead.
+    FdPcm(int fd, bool ownFd, size_t bufferFrames = 32000);
+    ~FdPcm() override;
+    size_t produce(int16_t* dst, size_t maxFrames, uint32_t channelCount) override;
+
+    // End of input reached (or a read error) and every frame read has been delivered.
+    bool finished() const;
+    // Frames read ahead and not delivered yet.
+    size_t buffered() const;
+    uint64_t framesDelivered() const;
+    // Keeps the CLOCK_MONOTONIC time of each delivery from now on.
+    void recordDeliveryTimes();
+    // When the frame with this index (counted from the first frame delivered) was delivered, in
+    // CLOCK_MONOTONIC nanoseconds; -1 if it was not delivered (yet) since times are recorded.
+    int64_t deliveryTime(uint64_t frame) const;
+
+  private:
+    void readLoop();
+
+    const int mFd;
+    const bool mOwnFd;
+    const size_t mCapacity;
+    mutable std::mutex mLock;
+    std::condition_variable mRoom;
+    std::deque<int16_t> mSamples;                           // guarded by mLock
+    bool mEnded = false;                                    // guarded by mLock
+    bool mStop = false;                                     // guarded by mLock
+    uint64_t mDelivered = 0;                                // guarded by mLock
+    bool mRecordTimes = false;                              // guarded by mLock
+    uint64_t mFirstTimedFrame = 0;                          // guarded by mLock
+    std::vector<std::pair<uint64_t, int64_t>> mDeliveries;  // (end frame, time); mLock
+    std::thread mReader;
 };
 
 struct TimestampConfig {

@@ -1,0 +1,179 @@
+#include "KeywordSpotter.h"
+
+#include <algorithm>
+
+namespace norvo_ps {
+
+std::unique_ptr<KeywordSpotter> KeywordSpotter::create(std::shared_ptr<const ModelSet> modelSet,
+                                                       const std::vector<size_t>& keywords,
+                                                       std::string* error) {
+    std::unique_ptr<KeywordSpotter> spotter(new KeywordSpotter());
+    // Only the phrase words go into this recognizer's dictionary: loading the full dictionary
+    // again for every decoder would cost a few hundred milliseconds each, for words it never uses.
+    spotter->mRecognizer = Recognizer::open(modelSet->acousticModel(), "",
+                                            modelSet->detectionDelayFrames(), error);
+    if (spotter->mRecognizer == nullptr) return nullptr;
+    for (const auto& word : modelSet->words()) {
+        if (!spotter->mRecognizer->addWord(word.first, word.second) ||
+            spotter->mRecognizer->lookup(word.first).empty()) {
+            *error = "cannot add word '" + word.first + "' (" + word.second + ")";
+            return nullptr;
+        }
+    }
+    std::vector<std::pair<std::string, std::string>> phrases;
+    for (size_t index : keywords) {
+        const ModelSet::Keyword& keyword = modelSet->keywords().at(index);
+        phrases.emplace_back(keyword.phrase, keyword.thresholdText);
+    }
+    if (!spotter->mRecognizer->setKeywords(phrases, error)) return nullptr;
+    spotter->mModelSet = std::move(modelSet);
+    spotter->mKeywords = keywords;
+    spotter->mHistory.assign(static_cast<size_t>(kHistorySamples), 0);
+    return spotter;
+}
+
+void KeywordSpotter::feed(const int16_t* samples, size_t count, int64_t firstSample,
+                          std::vector<Detection>* out) {
+    if (count == 0) return;
+    if (mInSession && firstSample != mNext) endSession(out);
+    if (!mInSession) startAt(firstSample);
+    // In pieces the history can hold together with what it still has to decode.
+    const size_t piece = static_cast<size_t>(kSampleRate);
+    for (size_t done = 0; done < count; done += piece) {
+        size_t length = std::min(piece, count - done);
+        remember(samples + done, length, firstSample + static_cast<int64_t>(done));
+        decodeRemembered(out);
+    }
+}
+
+void KeywordSpotter::endSession(std::vector<Detection>* out) {
+    if (!mInSession) return;
+    // The recognizer shows a detection only once it is detectionDelayFrames old, counted in
+    // decoded frames: a phrase that ends the audio needs a little silence after it to show.
+    const int frame = mRecognizer->samplesPerFrame();
+    const int64_t frames = mModelSet->detectionDelayFrames() + kFlushFrames;
+    std::vector<int16_t> silence(static_cast<size_t>(frame), 0);
+    for (int64_t i = 0; i < frames && mRecognizer->inUtterance(); ++i) {
+        mRecognizer->process(silence.data(), silence.size());
+        collect(out);
+    }
+    mRecognizer->endUtterance();
+    collect(out);
+    mInSession = false;
+    mReported.clear();
+    mReportedEnd = -1;
+}
+
+void KeywordSpotter::startAt(int64_t sample) {
+    if (!mRecognizer->startStream()) mRecognizerFailed = true;
+    mInSession = true;
+    mBase = sample;
+    mFed = sample;
+    mNext = sample;
+    mHistoryStart = sample;
+}
+
+void KeywordSpotter::remember(const int16_t* samples, size_t count, int64_t firstSample) {
+    const size_t capacity = mHistory.size();
+    for (size_t i = 0; i < count; ++i) {
+        mHistory[static_cast<size_t>(firstSample + static_cast<int64_t>(i)) % capacity] =
+                samples[i];
+    }
+    mNext = firstSample + static_cast<int64_t>(count);
+    mHistoryStart = std::max(mHistoryStart, mNext - static_cast<int64_t>(capacity));
+}
+
+void KeywordSpotter::decodeRemembered(std::vector<Detection>* out) {
+    const int64_t capacity = static_cast<int64_t>(mHistory.size());
+    const int64_t frame = mRecognizer->samplesPerFrame();
+    // One frame at a time, looking for reports after each: when a detection shows depends only on
+    // the audio, not on how the caller cut it into pieces.
+    while (mFed < mNext) {
+        int64_t offset = mFed % capacity;
+        int64_t length = std::min({frame, mNext - mFed, capacity - offset});
+        if (!mRecognizer->process(mHistory.data() + offset, static_cast<size_t>(length))) {
+            // Nothing to report from a failed decode; a fresh stream from here on is the best left.
+            mRecognizerFailed = true;
+            restart(mNext);
+            return;
+        }
+        mFed += length;
+        size_t before = out->size();
+        collect(out);
+        if (out->size() != before) {
+            // The recognizer would list the same detections again until it restarts; what it has
+            // heard since the report's end is decoded again.
+            restart(mReportedEnd + 1);
+        } else if (mFed - mBase >= kRestartIntervalSamples) {
+            restart(std::max(mReportedEnd + 1, mFed - kRefeedSamples));
+        }
+    }
+}
+
+void KeywordSpotter::restart(int64_t from) {
+    if (!mRecognizer->startStream()) mRecognizerFailed = true;
+    ++mRestarts;
+    mBase = std::min(std::max(from, mHistoryStart), mNext);
+    mFed = mBase;
+}
+
+bool KeywordSpotter::overlapsReported(int64_t begin, int64_t end) const {
+    for (const Range& range : mReported) {
+        if (begin <= range.end && range.begin <= end) return true;
+    }
+    return false;
+}
+
+void KeywordSpotter::collect(std::vector<Detection>* out) {
+    mRecognizer->segments(&mSegments);
+    if (mSegments.empty()) return;
+    const int64_t frame = mRecognizer->samplesPerFrame();
+    std::vector<Detection> found;
+    for (const Recognizer::Segment& segment : mSegments) {
+        Detection detection;
+        bool known = false;
+        for (size_t index : mKeywords) {
+            if (mModelSet->keywords()[index].phrase == segment.phrase) {
+                detection.keyword = index;
+                known = true;
+            }
+        }
+        if (!known) continue;
+        detection.startFrame = segment.startFrame;
+        detection.endFrame = segment.endFrame;
+        detection.beginSample = mBase + segment.startFrame * frame;
+        detection.endSample = std::min(mBase + (segment.endFrame + 1) * frame, mFed) - 1;
+        detection.scoreLog10 = segment.scoreLog10;
+        detection.decidedAt = mFed;
+        if (detection.endSample < detection.beginSample) continue;
+        if (overlapsReported(detection.beginSample, detection.endSample)) continue;
+        found.push_back(detection);
+    }
+    // Two keywords heard in the same stretch of audio: the better match is the one said.
+    std::stable_sort(found.begin(), found.end(), [](const Detection& a, const Detection& b) {
+        return a.scoreLog10 > b.scoreLog10;
+    });
+    std::vector<Detection> accepted;
+    for (const Detection& detection : found) {
+        bool clash = false;
+        for (const Detection& kept : accepted) {
+            clash |= detection.beginSample <= kept.endSample &&
+                     kept.beginSample <= detection.endSample;
+        }
+        if (!clash) accepted.push_back(detection);
+    }
+    std::sort(accepted.begin(), accepted.end(),
+              [](const Detection& a, const Detection& b) { return a.beginSample < b.beginSample; });
+    for (const Detection& detection : accepted) {
+        mReported.push_back(Range{detection.beginSample, detection.endSample});
+        mReportedEnd = std::max(mReportedEnd, detection.endSample);
+        out->push_back(detection);
+    }
+    // Reports older than the history cannot be re-fed, so they cannot come back either.
+    mReported.erase(
+            std::remove_if(mReported.begin(), mReported.end(),
+                           [this](const Range& range) { return range.end < mHistoryStart; }),
+            mReported.end());
+}
+
+}  // namespace norvo_ps

@@ -1,0 +1,194 @@
+#include "Recognizer.h"
+
+#include <pocketsphinx.h>
+#include <sphinxbase/ckd_alloc.h>
+#include <sphinxbase/err.h>
+#include <sphinxbase/logmath.h>
+#include <stdlib.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <atomic>
+#include <cerrno>
+#include <cstdarg>
+#include <cstdio>
+#include <cstring>
+#include <mutex>
+
+namespace norvo_ps {
+
+namespace {
+
+// How this PocketSphinx version scores keyword phrases: thresholds read from the keyword list are
+// log(threshold) shifted right by 10 bits (its senone score shift), and a segment's probability is
+// the phrase's margin over the phone loop minus a fixed 1500, so that confidences stay below 1.
+constexpr int kScoreShift = 10;
+constexpr int kKeywordScoreOffset = 1500;
+
+std::mutex gOpenLock;  // PocketSphinx set-up touches process-wide state
+std::atomic<Recognizer::LogSink> gLogSink{nullptr};
+std::once_flag gLogRouting;
+
+void sphinxLog(void*, err_lvl_t level, const char* format, ...) {
+    // INFO and DEBUG lines describe every model load and utterance: too much for a device log.
+    if (level != ERR_WARN && level != ERR_ERROR && level != ERR_FATAL) return;
+    Recognizer::LogSink sink = gLogSink.load();
+    if (sink == nullptr) return;
+    char message[1024];
+    va_list args;
+    va_start(args, format);
+    vsnprintf(message, sizeof(message), format, args);
+    va_end(args);
+    size_t length = strlen(message);
+    while (length > 0 && (message[length - 1] == '\n' || message[length - 1] == ' ')) {
+        message[--length] = '\0';
+    }
+    sink(level == ERR_WARN ? 3 : 2, message);
+}
+
+void installLogRouting() {
+    std::call_once(gLogRouting, [] {
+        // No log file: the configuration dump PocketSphinx writes there at every set-up would
+        // otherwise land on stderr. Its messages go to sphinxLog instead.
+        err_set_logfp(nullptr);
+        err_set_callback(sphinxLog, nullptr);
+    });
+}
+
+}  // namespace
+
+void Recognizer::routeLogs(LogSink sink) {
+    gLogSink.store(sink);
+    installLogRouting();
+}
+
+std::unique_ptr<Recognizer> Recognizer::open(const std::string& acousticModel,
+                                             const std::string& dictionary,
+                                             int detectionDelayFrames, std::string* error) {
+    installLogRouting();
+    std::unique_ptr<Recognizer> recognizer(new Recognizer());
+    std::string delay = std::to_string(detectionDelayFrames);
+    std::lock_guard<std::mutex> guard(gOpenLock);
+    // -remove_silence no: with silence removal the recognizer skips frames it deems silent, and
+    // its frame numbers would no longer say where in the audio a phrase was.
+    recognizer->mConfig =
+            dictionary.empty()
+                    ? cmd_ln_init(nullptr, ps_args(), TRUE, "-hmm", acousticModel.c_str(),
+                                  "-remove_silence", "no", "-kws_delay", delay.c_str(), nullptr)
+                    : cmd_ln_init(nullptr, ps_args(), TRUE, "-hmm", acousticModel.c_str(), "-dict",
+                                  dictionary.c_str(), "-remove_silence", "no", "-kws_delay",
+                                  delay.c_str(), nullptr);
+    if (recognizer->mConfig == nullptr) {
+        *error = "PocketSphinx rejected its configuration for '" + acousticModel + "'";
+        return nullptr;
+    }
+    recognizer->mDecoder = ps_init(recognizer->mConfig);
+    if (recognizer->mDecoder == nullptr) {
+        *error = "PocketSphinx could not load the acoustic model '" + acousticModel + "'" +
+                 (dictionary.empty() ? "" : " with dictionary '" + dictionary + "'");
+        return nullptr;
+    }
+    long rate = static_cast<long>(cmd_ln_float32_r(recognizer->mConfig, "-samprate"));
+    long frameRate = cmd_ln_int32_r(recognizer->mConfig, "-frate");
+    if (rate != 16000 || frameRate <= 0 || rate % frameRate != 0) {
+        *error = "acoustic model '" + acousticModel + "' expects " + std::to_string(rate) +
+                 " Hz at " + std::to_string(frameRate) + " frames per second, not 16000 Hz";
+        return nullptr;
+    }
+    recognizer->mSamplesPerFrame = static_cast<int>(rate / frameRate);
+    return recognizer;
+}
+
+Recognizer::~Recognizer() {
+    if (mDecoder != nullptr) {
+        if (mInUtterance) ps_end_utt(mDecoder);
+        ps_free(mDecoder);
+    }
+    if (mConfig != nullptr) cmd_ln_free_r(mConfig);
+}
+
+bool Recognizer::addWord(const std::string& word, const std::string& phones) {
+    return ps_add_word(mDecoder, word.c_str(), phones.c_str(), TRUE) >= 0;
+}
+
+std::string Recognizer::lookup(const std::string& word) {
+    char* phones = ps_lookup_word(mDecoder, word.c_str());
+    if (phones == nullptr) return "";
+    std::string copy = phones;
+    ckd_free(phones);
+    return copy;
+}
+
+bool Recognizer::setKeywords(const std::vector<std::pair<std::string, std::string>>& phrases,
+                             std::string* error) {
+    // The search reads its phrases from a file, one "phrase /threshold/" per line.
+    const char* folder = getenv("TMPDIR");
+    std::string pattern =
+            std::string(folder != nullptr && *folder ? folder : "/tmp") + "/norvo-keywords-XXXXXX";
+    std::vector<char> path(pattern.begin(), pattern.end());
+    path.push_back('\0');
+    int fd = mkstemp(path.data());
+    if (fd < 0) {
+        *error = "cannot write the keyword list to " + pattern + ": " + strerror(errno);
+        return false;
+    }
+    std::string list;
+    for (const auto& phrase : phrases) list += phrase.first + " /" + phrase.second + "/\n";
+    bool written = write(fd, list.data(), list.size()) == static_cast<ssize_t>(list.size());
+    close(fd);
+    int status = -1;
+    if (written) {
+        status = ps_set_kws(mDecoder, "spotter", path.data());
+        if (status == 0) status = ps_set_search(mDecoder, "spotter");
+    }
+    unlink(path.data());
+    if (status != 0) {
+        *error = written ? "PocketSphinx could not build the keyword search"
+                         : "cannot write the keyword list to " + std::string(path.data());
+        return false;
+    }
+    return true;
+}
+
+bool Recognizer::startStream() {
+    if (mInUtterance) endUtterance();
+    // A new utterance alone keeps counting frames from the stream's start; a new stream restarts
+    // them at 0, which is what lets the caller map frames back to samples after every restart.
+    if (ps_start_stream(mDecoder) < 0 || ps_start_utt(mDecoder) < 0) return false;
+    mInUtterance = true;
+    return true;
+}
+
+bool Recognizer::process(const int16_t* samples, size_t count) {
+    if (!mInUtterance) return false;
+    return ps_process_raw(mDecoder, samples, count, FALSE, FALSE) >= 0;
+}
+
+void Recognizer::endUtterance() {
+    if (!mInUtterance) return;
+    ps_end_utt(mDecoder);
+    mInUtterance = false;
+}
+
+void Recognizer::segments(std::vector<Segment>* out) {
+    out->clear();
+    logmath_t* math = ps_get_logmath(mDecoder);
+    for (ps_seg_t* seg = ps_seg_iter(mDecoder); seg != nullptr; seg = ps_seg_next(seg)) {
+        Segment segment;
+        const char* word = ps_seg_word(seg);
+        segment.phrase = word != nullptr ? word : "";
+        // The search keeps the phrase as its list line had it, trailing blank included.
+        while (!segment.phrase.empty() && segment.phrase.back() == ' ') segment.phrase.pop_back();
+        ps_seg_frames(seg, &segment.startFrame, &segment.endFrame);
+        int32 acoustic = 0, language = 0, backoff = 0;
+        int32 prob = ps_seg_prob(seg, &acoustic, &language, &backoff);
+        segment.scoreLog10 =
+                logmath_log_to_log10(math, (prob + kKeywordScoreOffset) * (1 << kScoreShift));
+        out->push_back(std::move(segment));
+    }
+    std::sort(out->begin(), out->end(), [](const Segment& a, const Segment& b) {
+        return a.startFrame != b.startFrame ? a.startFrame < b.startFrame : a.endFrame < b.endFrame;
+    });
+}
+
+}  // namespace norvo_ps

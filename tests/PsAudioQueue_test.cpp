@@ -1,0 +1,141 @@
+// The audio queue between pushing threads and a decoder thread: channel 0 of interleaved audio in
+// order with its indices, overflow dropped and counted, several producers at once, and a consumer
+// woken by a push.
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <chrono>
+#include <map>
+#include <thread>
+#include <vector>
+
+#include "AudioQueue.h"
+
+using norvo_ps::AudioQueue;
+
+namespace {
+
+struct Popped {
+    int64_t firstFrame;
+    std::vector<int16_t> samples;
+};
+
+std::vector<Popped> drain(AudioQueue& queue) {
+    std::vector<Popped> cells;
+    while (const AudioQueue::Cell* cell = queue.front()) {
+        cells.push_back(Popped{cell->firstFrame,
+                               std::vector<int16_t>(cell->samples, cell->samples + cell->frames)});
+        queue.popFront();
+    }
+    return cells;
+}
+
+TEST(PsAudioQueue, KeepsChannelZeroInOrderWithTheIndexOfEachCell) {
+    AudioQueue queue(8);
+    std::vector<int16_t> interleaved;
+    for (int frame = 0; frame < 600; ++frame) {
+        interleaved.push_back(static_cast<int16_t>(frame));  // channel 0
+        interleaved.push_back(-1);
+        interleaved.push_back(-2);
+    }
+    EXPECT_EQ(600u, queue.push(interleaved.data(), 600, 3, 5000));
+    std::vector<Popped> cells = drain(queue);
+    ASSERT_EQ(3u, cells.size());
+    EXPECT_EQ(5000, cells[0].firstFrame);
+    EXPECT_EQ(5000 + 256, cells[1].firstFrame);
+    EXPECT_EQ(5000 + 512, cells[2].firstFrame);
+    EXPECT_EQ(88u, cells[2].samples.size());
+    std::vector<int16_t> all;
+    for (const Popped& cell : cells)
+        all.insert(all.end(), cell.samples.begin(), cell.samples.end());
+    for (int frame = 0; frame < 600; ++frame) ASSERT_EQ(frame, all[frame]) << frame;
+    EXPECT_EQ(600u, queue.queuedFrames());
+    EXPECT_EQ(0u, queue.droppedFrames());
+}
+
+TEST(PsAudioQueue, WhatDoesNotFitIsDroppedAndCountedAndRoomComesBack) {
+    AudioQueue queue(2);  // 512 frames
+    std::vector<int16_t> mono(600, 7);
+    EXPECT_EQ(512u, queue.push(mono.data(), 600, 1, 0));
+    EXPECT_EQ(0u, queue.push(mono.data(), 10, 1, 600));
+    EXPECT_EQ(98u, queue.droppedFrames());
+    EXPECT_EQ(2u, queue.overflowPushes());
+    EXPECT_EQ(512u, queue.queuedFrames());
+    // The frames that made it are the first ones, with their own indices.
+    std::vector<Popped> cells = drain(queue);
+    ASSERT_EQ(2u, cells.size());
+    EXPECT_EQ(256, cells[1].firstFrame);
+    EXPECT_EQ(10u, queue.push(mono.data(), 10, 1, 700));
+    ASSERT_EQ(1u, drain(queue).size());
+}
+
+TEST(PsAudioQueue, ConcurrentProducersLoseAndMixNothing) {
+    AudioQueue queue(64);
+    constexpr int kProducers = 4;
+    constexpr int kPushes = 2000;
+    constexpr int kFrames = 100;
+    std::atomic<bool> go{false};
+    std::atomic<int> finished{0};
+    std::vector<std::thread> producers;
+    for (int p = 0; p < kProducers; ++p) {
+        producers.emplace_back([&, p] {
+            while (!go.load()) std::this_thread::yield();
+            std::vector<int16_t> samples(kFrames);
+            for (int push = 0; push < kPushes; ++push) {
+                // Each producer has its own index range; every sample encodes its index.
+                int64_t first = (static_cast<int64_t>(p) << 20) + push * kFrames;
+                for (int i = 0; i < kFrames; ++i) {
+                    samples[i] = static_cast<int16_t>((first + i) * 31 % 30011);
+                }
+                while (queue.push(samples.data(), kFrames, 1, first) == 0)
+                    std::this_thread::yield();
+            }
+            ++finished;
+        });
+    }
+    std::map<int64_t, int> seen;  // first frame -> frames
+    go = true;
+    for (;;) {
+        bool done = finished.load() == kProducers;
+        for (const Popped& cell : drain(queue)) {
+            for (size_t i = 0; i < cell.samples.size(); ++i) {
+                ASSERT_EQ((cell.firstFrame + static_cast<int64_t>(i)) * 31 % 30011,
+                          cell.samples[i]);
+            }
+            ASSERT_EQ(0u, seen.count(cell.firstFrame));
+            seen[cell.firstFrame] = static_cast<int>(cell.samples.size());
+        }
+        if (done && queue.front() == nullptr) break;
+    }
+    for (std::thread& t : producers) t.join();
+    EXPECT_EQ(static_cast<size_t>(kProducers * kPushes), seen.size());
+    EXPECT_EQ(static_cast<uint64_t>(kProducers * kPushes * kFrames), queue.queuedFrames());
+}
+
+TEST(PsAudioQueue, APushWakesTheSleepingConsumer) {
+    AudioQueue queue(8);
+    std::atomic<bool> woke{false};
+    auto started = std::chrono::steady_clock::now();
+    std::thread consumer([&] {
+        while (queue.front() == nullptr) queue.waitForData(20000);
+        woke = true;
+    });
+    std::this_thread::sleep_for(std::chrono::milliseconds(50));  // let it fall asleep
+    int16_t sample = 1;
+    queue.push(&sample, 1, 1, 0);
+    consumer.join();
+    EXPECT_TRUE(woke.load());
+    EXPECT_LT(std::chrono::steady_clock::now() - started, std::chrono::seconds(5));
+}
+
+TEST(PsAudioQueue, WakeEndsTheWaitWithoutAudio) {
+    AudioQueue queue(8);
+    auto started = std::chrono::steady_clock::now();
+    std::thread consumer([&] { queue.waitForData(20000); });
+    std::this_thread::sleep_for(std::chrono::milliseconds(50));
+    queue.wake();
+    consumer.join();
+    EXPECT_LT(std::chrono::steady_clock::now() - started, std::chrono::seconds(5));
+}
+
+}  // namespace
