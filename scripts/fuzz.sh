@@ -18,7 +18,7 @@ while [ $# -gt 0 ]; do
     *) targets+=("$1"); shift ;;
   esac
 done
-[ ${#targets[@]} -eq 0 ] && targets=(model_json model_attributes wav_injection)
+[ ${#targets[@]} -eq 0 ] && targets=(model_json model_attributes wav_injection manifest)
 
 bash scripts/setup.sh >/dev/null
 CC=clang CXX=clang++ cmake -S . -B build-fuzz -DWWS_FUZZ=ON -DWWS_BUILD_TESTS=OFF \
@@ -32,6 +32,7 @@ for name in "${targets[@]}"; do
   case "$name" in
     model_json|model_attributes) options=(-dict=fuzz/json.dict -max_len=2048) ;;
     wav_injection) options=(-max_len=8192) ;;
+    manifest) options=(-max_len=4096) ;;
   esac
   corpus=build-fuzz/corpus/$name findings=build-fuzz/findings/$name
   mkdir -p "$corpus" "$findings"
