@@ -88,14 +88,16 @@ class ControlNativesTest extends ServiceHarness {
 
         assertEquals(0, core.nSetNorvoProperty("Volume", -1));
         assertTrue(NativeLog.contains(NativeLog.DEBUG, "Setting norvo property (JNI): Volume=-1"));
+        // Contained, not last: the service's own threads (signal processor, playback states) push
+        // client events of their own at any moment.
         String[] events = FakeNorvo.calls("NorvoDecoder_PushClientEvents");
-        assertEquals(INPUT + "|1|Volume|-1", events[events.length - 1]);
+        assertTrue(java.util.Arrays.asList(events).contains(INPUT + "|1|Volume|-1"));
         assertEquals(-22, core.nSetNorvoProperty(null, 1));
         assertTrue(NativeLog.contains(NativeLog.ERROR, "norvo property name is NULL."));
         assertEquals(0, core.nSetNorvoAcousticProperty("Threshold", 4));
         events = FakeNorvo.calls("NorvoDecoder_PushClientEvents");
-        assertEquals("WakeWordService_audiopresence_decoder|1|Threshold|4",
-                events[events.length - 1]);
+        assertTrue(java.util.Arrays.asList(events)
+                .contains("WakeWordService_audiopresence_decoder|1|Threshold|4"));
 
         assertEquals(0, core.nSetFingerprintDatabase("/data/fp.db"));
         assertArrayEquals(new String[] {INPUT + "|/data/fp.db"},
