@@ -3,6 +3,7 @@
 #include "WakeWordModelJson.h"
 
 #include <log/log.h>
+#include <rapidjson/encodedstream.h>
 #include <rapidjson/memorystream.h>
 #include <rapidjson/reader.h>
 #include <rapidjson/stringbuffer.h>
@@ -114,7 +115,10 @@ std::string generateBetaEnabledJson(const std::string& json) {
     rapidjson::Writer<rapidjson::StringBuffer> writer(buffer);
     BetaEnabledAppender appender(writer);
     rapidjson::Reader reader;
-    rapidjson::MemoryStream input(json.data(), json.size());
+    // The stream Document::Parse(text, length) reads through, so that exactly the same texts are
+    // accepted (it skips a byte-order mark).
+    rapidjson::MemoryStream bytes(json.data(), json.size());
+    rapidjson::EncodedInputStream<rapidjson::UTF8<>, rapidjson::MemoryStream> input(bytes);
     rapidjson::ParseResult parsed =
             reader.Parse<rapidjson::kParseNumbersAsStringsFlag>(input, appender);
     if (parsed.IsError() || !appender.rootIsObject()) {
