@@ -2,6 +2,7 @@
 // (scripts, recorded calls, results fired on its decoder threads) and velmar.speech.test.NativeLog
 // captures the Android log. Test code only; never part of the service.
 #include <dlfcn.h>
+#include <malloc.h>
 #include <jni.h>
 #include <media/AudioRecord.h>
 #include <media/HostAudio.h>
@@ -450,6 +451,14 @@ JNIEXPORT void JNICALL Java_velmar_speech_test_FakeNorvo_setAudioPushesCountedOn
 }
 
 // {events, samples, discontinuities} pushed to the decoder while pushes were only counted.
+// Bytes the process holds from malloc: what native code (the service, the bridge) keeps, unlike
+// resident memory, which the JVM's heap moves at will. 0 under ASan, which replaces malloc.
+JNIEXPORT jlong JNICALL Java_velmar_speech_test_FakeNorvo_nativeHeapInUse(JNIEnv*, jclass) {
+    malloc_trim(0);
+    struct mallinfo2 info = mallinfo2();
+    return static_cast<jlong>(info.uordblks + info.hblkhd);
+}
+
 JNIEXPORT jlongArray JNICALL Java_velmar_speech_test_FakeNorvo_pushTally(JNIEnv* env, jclass,
                                                                         jstring decoderId) {
     norvo_fake::PushTally tally = norvo_fake::pushTally(text(env, decoderId));

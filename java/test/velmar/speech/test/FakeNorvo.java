@@ -48,6 +48,9 @@ public final class FakeNorvo {
     public static native void setAudioPushesCountedOnly(boolean counted);
     /** {events, samples, discontinuities} pushed to the decoder while only counted. */
     public static native long[] pushTally(String decoderId);
+
+    /** Bytes the process holds from malloc (0 under ASan). */
+    public static native long nativeHeapInUse();
     /**
      * Delivers buffers of frames frames to the service at address through its microphone (or
      * playback) AudioRecord callback on a native thread, as fast as they go; returns when done.

@@ -6,6 +6,8 @@ import java.lang.ref.WeakReference;
 import java.util.ArrayList;
 import java.util.List;
 import org.junit.jupiter.api.Test;
+import velmar.speech.test.FakeNorvo;
+import velmar.speech.test.NativeLog;
 import velmar.speech.test.ProcessStats;
 
 /**
@@ -19,18 +21,28 @@ class LifecycleLeakTest extends ServiceHarness {
         // The first cycle starts what a process starts once (class caches, lazily made threads).
         assertEquals(0, create());
         assertTrue(core.nDestroyNativeService());
+        FakeNorvo.reset();
+        NativeLog.start();
         ProcessStats.settle();
         final long threads = ProcessStats.threads();
         final long resident = ProcessStats.residentKb();
+        // The native heap is compared over the second half of the loop: during the first the
+        // JVM's own compilers still take and give back malloc memory by the megabyte.
+        long heap = 0;
 
         List<WeakReference<NativeWakeWordServiceCore>> released = new ArrayList<>();
         final long start = System.nanoTime();
         for (int i = 0; i < cycles; i++) {
+            if (i == cycles / 2) heap = FakeNorvo.nativeHeapInUse();
             core = new NativeWakeWordServiceCore(recorder);
             assertEquals(0, create(), "cycle " + i);
             assertEquals(0, core.nSetDetectorEnabled(true));
             assertTrue(core.nDestroyNativeService(), "cycle " + i);
             released.add(new WeakReference<>(core));
+            // The fake engine's call record and the log capture grow with every cycle; they are
+            // the test's, not the library's, so they start afresh.
+            FakeNorvo.reset();
+            NativeLog.start();
         }
         core = new NativeWakeWordServiceCore(recorder);
 
@@ -42,17 +54,20 @@ class LifecycleLeakTest extends ServiceHarness {
             alive = released.stream().filter(ref -> ref.get() != null).count();
         } while (alive > 0 && System.currentTimeMillis() < deadline);
         final long grown = ProcessStats.residentKb() - resident;
+        final long heapGrownKb = (FakeNorvo.nativeHeapInUse() - heap) / 1024;
         if (Boolean.getBoolean("soak.report")) {
             System.out.printf("leak: %d services created, enabled and destroyed in %.1f s; "
                             + "%d still referenced; threads %d before, %d after; "
-                            + "resident memory %+d kB%n",
+                            + "native heap %+d kB over the second half, resident memory %+d kB%n",
                     cycles, (System.nanoTime() - start) / 1e9, alive, threads,
-                    ProcessStats.threads(), grown);
+                    ProcessStats.threads(), heapGrownKb, grown);
         }
         assertEquals(0, alive, "Java objects still referenced from native code");
         assertEquals(threads, ProcessStats.threads(), "threads left running");
         // 0 in sanitizer builds: ASan's quarantine keeps freed memory resident on purpose.
         final long boundKb = Long.getLong("memory.boundKb", 32 * 1024);
         assertTrue(boundKb <= 0 || grown < boundKb, "resident memory grew by " + grown + " kB");
+        assertTrue(boundKb <= 0 || heapGrownKb < 4 * 1024,
+                "native heap grew by " + heapGrownKb + " kB");
     }
 }
