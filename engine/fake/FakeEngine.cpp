@@ -319,6 +319,12 @@ std::vector<Call> FakeEngine::calls() {
     return mCalls;
 }
 
+void FakeEngine::forgetCalls() {
+    std::lock_guard<std::mutex> guard(mLock);
+    mCalls.clear();
+    mCalls.shrink_to_fit();
+}
+
 void FakeEngine::setStatus(const std::string& op, const std::string& id, NorvoStatus status) {
     std::lock_guard<std::mutex> guard(mLock);
     if (id.empty()) {
@@ -406,6 +412,10 @@ void reset() {
 }
 std::vector<Call> calls() {
     return FakeEngine::instance().calls();
+}
+
+void forgetCalls() {
+    FakeEngine::instance().forgetCalls();
 }
 
 std::vector<Call> callsOf(const std::string& op) {

@@ -51,6 +51,7 @@ class FakeEngine {
     // Control interface.
     void reset();
     std::vector<Call> calls();
+    void forgetCalls();
     void setStatus(const std::string& op, const std::string& id, NorvoStatus status);
     void setStatusOnce(const std::string& op, const std::string& id, NorvoStatus status);
     void clearStatuses();

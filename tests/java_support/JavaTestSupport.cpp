@@ -95,6 +95,13 @@ JNIEXPORT void JNICALL Java_velmar_speech_test_NativeLog_start(JNIEnv*, jclass) 
 
 JNIEXPORT void JNICALL Java_velmar_speech_test_NativeLog_stop(JNIEnv*, jclass) { gLog.reset(); }
 
+// Lines are still formatted but kept nowhere: long runs neither grow the capture nor flood stderr.
+JNIEXPORT void JNICALL Java_velmar_speech_test_NativeLog_discard(JNIEnv*, jclass) {
+    gLog.reset();
+    __android_log_set_logger([](const struct __android_logger_data*, const char*) {});
+    __android_log_set_minimum_priority(ANDROID_LOG_VERBOSE);
+}
+
 // Each line as "<priority> <tag>: <message>".
 JNIEXPORT jobjectArray JNICALL Java_velmar_speech_test_NativeLog_lines(JNIEnv* env, jclass) {
     std::vector<std::string> lines;
@@ -451,6 +458,10 @@ JNIEXPORT void JNICALL Java_velmar_speech_test_FakeNorvo_setAudioPushesCountedOn
 }
 
 // {events, samples, discontinuities} pushed to the decoder while pushes were only counted.
+JNIEXPORT void JNICALL Java_velmar_speech_test_FakeNorvo_forgetCalls(JNIEnv*, jclass) {
+    norvo_fake::forgetCalls();
+}
+
 // Bytes the process holds from malloc: what native code (the service, the bridge) keeps, unlike
 // resident memory, which the JVM's heap moves at will. 0 under ASan, which replaces malloc.
 JNIEXPORT jlong JNICALL Java_velmar_speech_test_FakeNorvo_nativeHeapInUse(JNIEnv*, jclass) {

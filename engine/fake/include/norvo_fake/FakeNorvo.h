@@ -50,6 +50,8 @@ std::string fnText(F f) {
 void reset();
 
 std::vector<Call> calls();
+// Forgets the recorded calls only (model sets, decoders, scripts and callbacks stay): long runs.
+void forgetCalls();
 // The recorded calls of one operation, in order.
 std::vector<Call> callsOf(const std::string& op);
 // The operation names of every recorded call, in order.

@@ -49,6 +49,9 @@ public final class FakeNorvo {
     /** {events, samples, discontinuities} pushed to the decoder while only counted. */
     public static native long[] pushTally(String decoderId);
 
+    /** Forgets the recorded calls only; the engine's state stays. */
+    public static native void forgetCalls();
+
     /** Bytes the process holds from malloc (0 under ASan). */
     public static native long nativeHeapInUse();
     /**

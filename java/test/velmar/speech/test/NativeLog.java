@@ -19,6 +19,8 @@ public final class NativeLog {
 
     public static native void start();
     public static native void stop();
+    /** Formats native log lines but keeps none (start() captures again). */
+    public static native void discard();
     public static native String[] lines();
 
     public static boolean contains(int priority, String tag, String message) {
