@@ -3,6 +3,7 @@
 #include "AudioStreamReaderThread.h"
 
 #include <log/log.h>
+#include <system/audio.h>
 
 namespace velmar {
 
@@ -14,24 +15,6 @@ namespace {
 constexpr int32_t kThreadPriority = -16;     // ANDROID_PRIORITY_AUDIO
 constexpr int64_t kReopenPauseNs = 1000000000;  // one second
 constexpr size_t kBufferBytes = 2048;
-
-int32_t bytesPerSample(audio_format_t format) {
-    switch (format) {
-        case AUDIO_FORMAT_PCM_16_BIT:
-        case AUDIO_FORMAT_IEC61937:
-            return 2;
-        case AUDIO_FORMAT_PCM_8_BIT:
-            return 1;
-        case AUDIO_FORMAT_PCM_32_BIT:
-        case AUDIO_FORMAT_PCM_8_24_BIT:
-        case AUDIO_FORMAT_PCM_FLOAT:
-            return 4;
-        case AUDIO_FORMAT_PCM_24_BIT_PACKED:
-            return 3;
-        default:
-            return 0;
-    }
-}
 
 }  // namespace
 
@@ -62,7 +45,7 @@ status_t AudioStreamReaderThread::openReader() {
         return android::BAD_VALUE;
     }
     status_t status = stream->openReader(mReader);
-    mBytesPerSample = bytesPerSample(stream->getFormat().format);
+    mBytesPerSample = static_cast<int32_t>(audio_bytes_per_sample(stream->getFormat().format));
     if (status != android::NO_ERROR) {
         ALOGE("Unable to open AudioStreamReader from audioStream (%d)", status);
     }

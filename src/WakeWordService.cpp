@@ -5,6 +5,7 @@
 #include "WakeWordService.h"
 
 #include <log/log.h>
+#include <system/audio.h>
 #include <unistd.h>
 #include <utils/Trace.h>
 
@@ -29,22 +30,7 @@ std::string pathOrEmpty(const char* path) {
 
 uint32_t bytesPerSample(const sp<AudioStream>& stream) {
     if (stream == nullptr) return 0;
-    switch (stream->getFormat().format) {
-        case AUDIO_FORMAT_PCM_16_BIT:
-            return 2;
-        case AUDIO_FORMAT_PCM_8_BIT:
-            return 1;
-        case AUDIO_FORMAT_PCM_32_BIT:
-        case AUDIO_FORMAT_PCM_8_24_BIT:
-        case AUDIO_FORMAT_PCM_FLOAT:
-            return 4;
-        case AUDIO_FORMAT_PCM_24_BIT_PACKED:
-            return 3;
-        case AUDIO_FORMAT_IEC61937:
-            return 2;
-        default:
-            return 0;
-    }
+    return audio_bytes_per_sample(stream->getFormat().format);
 }
 
 }  // namespace
