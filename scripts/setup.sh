@@ -1,30 +1,43 @@
 #!/usr/bin/env bash
-# Installs the Debian packages the build and the tests need. Idempotent: packages already present
-# are skipped, and the package lists are refreshed only when something has to be installed.
-#   scripts/setup.sh        the host build, its tests and the fuzzers
-#   scripts/setup.sh arm    also the 32-bit ARM cross build (armhf packages, run under qemu)
+# Installs the Debian packages a command needs. Idempotent: packages already present are skipped,
+# and the package lists are refreshed only when something has to be installed. The package
+# manager's own output goes to build/setup.log; this prints one line when it installs anything.
+#   scripts/setup.sh run     the main job: the library, the PocketSphinx engine, the Java host
+#   scripts/setup.sh test    also the tests, the sanitizer and fuzz builds, the stress form
+#   scripts/setup.sh arm     also the 32-bit ARM cross build (armhf packages, run under qemu)
+#   scripts/setup.sh         the same as test
 set -euo pipefail
 cd "$(dirname "$0")/.."
-arm=false
-[ "${1:-}" = arm ] && arm=true
 
-packages=(
+run_packages=(
   build-essential cmake pkg-config
   android-libutils-dev android-liblog-dev android-libcutils-dev android-libbase-dev
   android-libnativehelper-dev
-  rapidjson-dev libsndfile1-dev
-  libgtest-dev libgmock-dev libbenchmark-dev
-  g++-arm-linux-gnueabihf qemu-user blueprint-tools
-  openjdk-17-jdk-headless junit5
+  rapidjson-dev libsndfile1-dev openjdk-17-jdk-headless
   libpocketsphinx-dev libsphinxbase-dev pocketsphinx-en-us flite
-  clang libclang-rt-14-dev
 )
-if $arm; then
-  for p in android-libutils-dev android-liblog-dev android-libcutils-dev android-libbase-dev \
-           android-libnativehelper-dev libsndfile1-dev libgtest-dev libgmock-dev; do
-    packages+=("$p:armhf")
-  done
-fi
+test_packages=(
+  libgtest-dev libgmock-dev libbenchmark-dev junit5 blueprint-tools
+  clang libclang-rt-14-dev stress-ng
+)
+arm_packages=(g++-arm-linux-gnueabihf qemu-user)
+for p in android-libutils-dev android-liblog-dev android-libcutils-dev android-libbase-dev \
+         android-libnativehelper-dev libsndfile1-dev libgtest-dev libgmock-dev; do
+  arm_packages+=("$p:armhf")
+done
+
+groups=("$@")
+[ ${#groups[@]} -eq 0 ] && groups=(test)
+packages=("${run_packages[@]}")
+arm=false
+for group in "${groups[@]}"; do
+  case "$group" in
+    run) ;;
+    test) packages+=("${test_packages[@]}") ;;
+    arm) packages+=("${test_packages[@]}" "${arm_packages[@]}"); arm=true ;;
+    *) echo "setup: unknown group '$group' (run, test, arm)" >&2; exit 2 ;;
+  esac
+done
 
 missing=()
 for p in "${packages[@]}"; do
@@ -42,17 +55,24 @@ if [ ${#missing[@]} -gt 0 ] && [ "$(id -u)" -ne 0 ]; then
   fi
   SUDO=(sudo)
 fi
+mkdir -p build
+log=build/setup.log
 if [ ${#missing[@]} -gt 0 ]; then
-  echo "setup: installing ${missing[*]}"
+  echo "setup: installing ${#missing[@]} Debian packages (a few minutes the first time; log in $log)"
+  : >"$log"
   if $arm && ! dpkg --print-foreign-architectures | grep -qx armhf; then
     ${SUDO[@]+"${SUDO[@]}"} dpkg --add-architecture armhf
   fi
   # A mirror in the middle of a sync can fail one index (seen with the security archive); the
   # install below still fails clearly if a package really cannot be found.
-  ${SUDO[@]+"${SUDO[@]}"} apt-get update -qq ||
+  ${SUDO[@]+"${SUDO[@]}"} apt-get update -qq >>"$log" 2>&1 ||
     echo "setup: some package lists could not be refreshed; trying with those there are" >&2
-  ${SUDO[@]+"${SUDO[@]}"} env DEBIAN_FRONTEND=noninteractive \
-    apt-get install -y -qq --no-install-recommends "${missing[@]}"
+  if ! ${SUDO[@]+"${SUDO[@]}"} env DEBIAN_FRONTEND=noninteractive \
+       apt-get install -y -qq --no-install-recommends "${missing[@]}" >>"$log" 2>&1; then
+    tail -n 20 "$log" >&2
+    echo "setup: installing ${missing[*]} failed; the package manager's output is in $log" >&2
+    exit 1
+  fi
 fi
 
 # Debian's ARM libbacktrace loads 7z.so, whose package installs only for the host architecture:

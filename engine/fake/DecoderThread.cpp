@@ -1,5 +1,6 @@
 #include "DecoderThread.h"
 
+#include <pthread.h>
 #include <sys/syscall.h>
 #include <unistd.h>
 
@@ -12,6 +13,8 @@ DecoderThread::DecoderThread() : mQueue(std::make_shared<Queue>()) {
     std::future<int> ready = tid.get_future();
     std::shared_ptr<Queue> queue = mQueue;
     mThread = std::thread([queue, &tid] {
+        // Named, so that tests can tell the engine's threads from the test's own.
+        pthread_setname_np(pthread_self(), "FakeNorvo");
         tid.set_value(static_cast<int>(syscall(SYS_gettid)));
         loop(queue);
     });

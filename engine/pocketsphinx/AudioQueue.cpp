@@ -76,6 +76,7 @@ size_t AudioQueue::push(const int16_t* interleaved, size_t frames, uint32_t chan
 }
 
 void AudioQueue::wake() {
+    mWakePending.store(true, std::memory_order_seq_cst);
     signal();
 }
 
@@ -103,6 +104,8 @@ void AudioQueue::popFront() {
 }
 
 void AudioQueue::waitForData(int timeoutMs) {
+    // A wake that came while the consumer was busy elsewhere ends this wait: it is not lost.
+    if (mWakePending.exchange(false, std::memory_order_seq_cst)) return;
     uint32_t seen = mSignal.load(std::memory_order_seq_cst);
     if (front() != nullptr) return;
     mSleeping.store(true, std::memory_order_seq_cst);
@@ -114,6 +117,7 @@ void AudioQueue::waitForData(int timeoutMs) {
                 &timeout, nullptr, 0);
     }
     mSleeping.store(false, std::memory_order_relaxed);
+    mWakePending.store(false, std::memory_order_relaxed);
 }
 
 }  // namespace norvo_ps

@@ -38,14 +38,16 @@ class AudioQueue {
     // with index firstFrame. Returns the frames that found room (the first ones); the rest were
     // dropped and are counted in droppedFrames().
     size_t push(const int16_t* interleaved, size_t frames, uint32_t channels, int64_t firstFrame);
-    // Wakes the consumer if it sleeps in waitForData(). Any thread.
+    // Wakes the consumer: ends its current waitForData(), or its next one if it is not waiting.
+    // Any thread.
     void wake();
 
     // Consumer: the oldest complete cell, or null when there is none.
     const Cell* front();
     // Consumer: releases the cell front() returned.
     void popFront();
-    // Consumer: sleeps until a cell is queued, wake() is called or timeoutMs passes.
+    // Consumer: sleeps until a cell is queued, wake() is called (or was, since the last wait) or
+    // timeoutMs passes.
     void waitForData(int timeoutMs);
 
     // Cells claimed by producers so far (a cell's position in the queue is its claim number).
@@ -66,6 +68,7 @@ class AudioQueue {
     alignas(64) std::atomic<uint64_t> mHead{0};    // next cell to pop (consumer)
     alignas(64) std::atomic<uint32_t> mSignal{0};  // futex word: bumped on every push and wake
     std::atomic<bool> mSleeping{false};
+    std::atomic<bool> mWakePending{false};  // set by wake(), taken by waitForData()
     std::atomic<uint64_t> mQueuedFrames{0};
     std::atomic<uint64_t> mDroppedFrames{0};
     std::atomic<uint64_t> mOverflowPushes{0};

@@ -14,6 +14,7 @@
 #include <thread>
 #include <vector>
 
+#include "LocalReferences.h"
 #include "LogCapture.h"
 #include "ServiceFactory.h"
 #include "WakeWordService.h"
@@ -435,9 +436,15 @@ JNIEXPORT jint JNICALL Java_velmar_speech_test_FakeNorvo_callBridgeDirectly(JNIE
         else return false;
         return true;
     };
-    if (!onNativeThread) return call() ? 0 : -1;
     JavaVM* vm = nullptr;
     env->GetJavaVM(&vm);
+    if (!onNativeThread) {
+        // This thread stays attached: whatever the callback did not release is still held here.
+        const int before = wws_test::liveLocalReferences(vm);
+        if (!call()) return -1;
+        const int after = wws_test::liveLocalReferences(vm);
+        return before < 0 || after < 0 ? -2 : after - before;
+    }
     jint result = 0;
     std::thread([&] {
         if (!call()) {
@@ -503,11 +510,26 @@ JNIEXPORT void JNICALL Java_velmar_speech_test_FakeNorvo_deliverBuffers(JNIEnv*,
     }).join();
 }
 
-// Deliberately leaks local references, so that the test runner can be shown to fail on the
-// warning HotSpot prints for it.
-JNIEXPORT void JNICALL Java_velmar_speech_test_FakeNorvo_leakLocalReferences(JNIEnv* env, jclass,
-                                                                            jint count) {
-    for (jint i = 0; i < count; ++i) env->NewStringUTF("leaked");
+// Makes a JNI call while an exception is pending, a misuse every -Xcheck:jni build reports, then
+// clears the exception so that the Java caller sees nothing wrong.
+JNIEXPORT void JNICALL Java_velmar_speech_test_FakeNorvo_callWithExceptionPending(JNIEnv* env,
+                                                                                 jclass) {
+    jclass type = env->FindClass("java/lang/IllegalStateException");
+    env->ThrowNew(type, "left pending on purpose");
+    jstring misuse = env->NewStringUTF("made with an exception pending");
+    env->ExceptionClear();
+    env->DeleteLocalRef(misuse);
+    env->DeleteLocalRef(type);
+}
+
+// Creates count local references and keeps them: the local-reference counter must see them.
+JNIEXPORT jint JNICALL Java_velmar_speech_test_FakeNorvo_localReferencesLeftBy(JNIEnv* env, jclass,
+                                                                              jint count) {
+    JavaVM* vm = nullptr;
+    env->GetJavaVM(&vm);
+    const int before = wws_test::liveLocalReferences(vm);
+    for (jint i = 0; i < count; ++i) env->NewStringUTF("kept");
+    return wws_test::liveLocalReferences(vm) - before;
 }
 
 // Runs the bridge's JNI_OnLoad again and returns its result.

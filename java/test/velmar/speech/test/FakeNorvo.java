@@ -24,7 +24,9 @@ public final class FakeNorvo {
             int detectionType, byte[] blob, long tail);
     /**
      * Calls one bridge callback (named as Recorder names its event) with a plain record, on this
-     * thread or on a new native thread. -1: unknown name; 1: the native thread stayed attached.
+     * thread or on a new native thread. -1: unknown name. On this thread: the number of local
+     * references the callback left behind (-2: they cannot be counted). On a native thread: 1 when
+     * the thread stayed attached, else 0.
      */
     public static native int callBridgeDirectly(String kind, boolean onNativeThread);
     public static native boolean firePresence(String decoderId, String eventName, long begin,
@@ -60,7 +62,9 @@ public final class FakeNorvo {
      */
     public static native void deliverBuffers(long address, boolean playback, int buffers,
             int frames);
-    /** Creates count local references and returns without releasing them (a JNI misuse). */
-    public static native void leakLocalReferences(int count);
+    /** Makes a JNI call with an exception pending (a misuse -Xcheck:jni reports), then clears it. */
+    public static native void callWithExceptionPending();
+    /** Creates count local references and keeps them; returns how many more the thread holds. */
+    public static native int localReferencesLeftBy(int count);
     public static native String describeService(long address);
 }

@@ -2,6 +2,9 @@ package velmar.speech.test;
 
 import java.util.ArrayList;
 import java.util.List;
+import java.util.Map;
+import java.util.concurrent.ConcurrentHashMap;
+import java.util.concurrent.atomic.LongAdder;
 import java.util.function.Predicate;
 import velmar.speech.federatedlearning.FederatedLearningEvent;
 import velmar.speech.federatedlearning.FederatedLearningIdleDetectionResult;
@@ -26,18 +29,30 @@ public class Recorder implements WakeWordServiceListener {
     }
 
     private final List<Event> mEvents = new ArrayList<>();
+    private final Map<String, LongAdder> mCounts = new ConcurrentHashMap<>();
+    /** When false, callbacks are only counted (count()), not kept: for runs of unbounded length. */
+    public volatile boolean keepEvents = true;
     /** When set, every callback throws this after recording. */
     public volatile RuntimeException throwOnCallback;
     /** The idle time answered to the engine's question. */
     public volatile long idleAnswer = -1;
 
     private void record(String name, Object... args) {
-        synchronized (mEvents) {
-            mEvents.add(new Event(name, args));
-            mEvents.notifyAll();
+        mCounts.computeIfAbsent(name, key -> new LongAdder()).increment();
+        if (keepEvents) {
+            synchronized (mEvents) {
+                mEvents.add(new Event(name, args));
+                mEvents.notifyAll();
+            }
         }
         RuntimeException toThrow = throwOnCallback;
         if (toThrow != null) throw toThrow;
+    }
+
+    /** Callbacks named name so far, kept or not. */
+    public long count(String name) {
+        LongAdder count = mCounts.get(name);
+        return count == null ? 0 : count.sum();
     }
 
     public List<Event> events() {

@@ -5,6 +5,7 @@ import static org.junit.jupiter.api.Assertions.*;
 import java.lang.ref.WeakReference;
 import java.util.ArrayList;
 import java.util.List;
+import java.util.Map;
 import org.junit.jupiter.api.Test;
 import velmar.speech.test.FakeNorvo;
 import velmar.speech.test.NativeLog;
@@ -24,7 +25,7 @@ class LifecycleLeakTest extends ServiceHarness {
         FakeNorvo.reset();
         NativeLog.start();
         ProcessStats.settle();
-        final long threads = ProcessStats.threads();
+        final Map<String, Integer> threads = ProcessStats.libraryThreads();
         final long resident = ProcessStats.residentKb();
         // The native heap is compared over the second half of the loop: during the first the
         // JVM's own compilers still take and give back malloc memory by the megabyte.
@@ -53,17 +54,18 @@ class LifecycleLeakTest extends ServiceHarness {
             ProcessStats.settle();
             alive = released.stream().filter(ref -> ref.get() != null).count();
         } while (alive > 0 && System.currentTimeMillis() < deadline);
+        final Map<String, Integer> threadsAfter = ProcessStats.libraryThreadsSettledAt(threads);
         final long grown = ProcessStats.residentKb() - resident;
         final long heapGrownKb = (FakeNorvo.nativeHeapInUse() - heap) / 1024;
         if (Boolean.getBoolean("soak.report")) {
             System.out.printf("leak: %d services created, enabled and destroyed in %.1f s; "
-                            + "%d still referenced; threads %d before, %d after; "
+                            + "%d still referenced; library threads %s before, %s after; "
                             + "native heap %+d kB over the second half, resident memory %+d kB%n",
-                    cycles, (System.nanoTime() - start) / 1e9, alive, threads,
-                    ProcessStats.threads(), heapGrownKb, grown);
+                    cycles, (System.nanoTime() - start) / 1e9, alive, threads, threadsAfter,
+                    heapGrownKb, grown);
         }
         assertEquals(0, alive, "Java objects still referenced from native code");
-        assertEquals(threads, ProcessStats.threads(), "threads left running");
+        assertEquals(threads, threadsAfter, "library threads left running");
         // 0 in sanitizer builds: ASan's quarantine keeps freed memory resident on purpose.
         final long boundKb = Long.getLong("memory.boundKb", 32 * 1024);
         assertTrue(boundKb <= 0 || grown < boundKb, "resident memory grew by " + grown + " kB");
