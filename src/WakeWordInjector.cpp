@@ -75,7 +75,9 @@ status_t WakeWordInjector::doInjectWaveFileInRealTime(const char* path, bool toP
 status_t WakeWordInjector::doPushInRealTime(const sp<android::IMediaSource>& source,
                                             bool toPlayback) {
     if (isInjecting()) return android::ALREADY_EXISTS;
-    // The previous injection has cleaned up, but its thread may still be on its way out.
+    // The previous injection's thread clears the injecting flag a moment before it has fully
+    // exited; until then run() would refuse to start a new one. Its work is done, so this wait is
+    // at most that moment, and nothing below can start another thread.
     join();
     // Nothing of an earlier injection may leak into this one.
     resetInjectorVariables();
@@ -121,13 +123,9 @@ status_t WakeWordInjector::doPushInRealTime(const sp<android::IMediaSource>& sou
         return fail(android::INVALID_OPERATION);
     }
     mToPlayback = toPlayback;
-    // The previous injection's thread clears the injecting flag a moment before it has fully
-    // exited; until then run() would refuse to start a new one. Its work is done, so this wait is
-    // at most that moment.
-    join();
     // Set before the thread exists, so that no live buffer is taken once the first injected block
     // can arrive.
-    mInjecting.store(true, std::memory_order_release);
+    mInjecting.store(true, std::memory_order_seq_cst);
     status = run("WakeWordInjector", kThreadPriority, 0);
     if (status != android::NO_ERROR) {
         ALOGE("Error starting thread to push audio to wakeWorkService");

@@ -44,7 +44,7 @@ class WakeWordInjector : public android::Thread {
                                        bool toPlayback);
     // True from the moment an injection is about to start until it has ended and cleaned up.
     // Lock-free; safe on real-time threads.
-    bool isInjecting() const { return mInjecting.load(std::memory_order_acquire); }
+    bool isInjecting() const { return mInjecting.load(std::memory_order_seq_cst); }
     // Ends a running injection and waits for its thread; no effect when idle. The only supported
     // way to end an injection early (a bare requestExit() may leave its cleanup to this call).
     void stopInjection();

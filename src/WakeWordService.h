@@ -436,6 +436,29 @@ class WakeWordService : public android::RefBase {
     // thread; the injector thread and backfill bring their own.
     std::unique_ptr<uint8_t[]> mMicrophoneSplitStorage;
     ChannelSplit mMicrophoneSplit{nullptr, nullptr, 0};
+
+  public:
+    // Live buffers (microphone or playback) inside their processing, counted by the audio
+    // callback threads from before their injecting check until they return. The injector thread
+    // waits for zero before each block, so that a live buffer that passed the check just before
+    // an injection started never overlaps an injected block (sample indices, the single-writer
+    // mirror stream and frame counters stay single-writer). Atomic only: the live paths never
+    // take a lock or wait.
+    class LiveBufferInFlight {
+      public:
+        explicit LiveBufferInFlight(WakeWordService* service);
+        ~LiveBufferInFlight();
+        LiveBufferInFlight(const LiveBufferInFlight&) = delete;
+        LiveBufferInFlight& operator=(const LiveBufferInFlight&) = delete;
+
+      private:
+        WakeWordService* const mService;
+    };
+    // Injector thread: returns once no live buffer is in flight.
+    void waitForLiveBuffersInFlight_injector() const;
+
+  private:
+    std::atomic<uint32_t> mLiveBuffersInFlight{0};
 };
 
 }  // namespace velmar

@@ -12,6 +12,8 @@
 #include <media/AudioRecord.h>
 #include <utils/Trace.h>
 
+#include <unistd.h>
+
 #include <cstdio>
 #include <cstring>
 #include <memory>
@@ -121,6 +123,7 @@ status_t WakeWordService::processAudioFromInput(WakeWordService* service, void* 
                                                 size_t frameCount) {
     ATRACE_NAME(__PRETTY_FUNCTION__);
     // While a file is injected, the file is the input: live audio would interleave with it.
+    LiveBufferInFlight inFlight(service);
     if (service->mInjector == nullptr || service->mInjector->isInjecting()) {
         return android::NO_ERROR;
     }
@@ -128,6 +131,23 @@ status_t WakeWordService::processAudioFromInput(WakeWordService* service, void* 
     // Only this path may use the preallocated split buffers: injection and backfill run on other
     // threads, possibly at the same time.
     return service->processInputBuffer(buffer, frameCount, &service->mMicrophoneSplit);
+}
+
+WakeWordService::LiveBufferInFlight::LiveBufferInFlight(WakeWordService* service)
+    : mService(service) {
+    // Sequentially consistent with the injecting flag: either this buffer sees the injection, or
+    // the injector sees this buffer in flight.
+    mService->mLiveBuffersInFlight.fetch_add(1, std::memory_order_seq_cst);
+}
+
+WakeWordService::LiveBufferInFlight::~LiveBufferInFlight() {
+    mService->mLiveBuffersInFlight.fetch_sub(1, std::memory_order_release);
+}
+
+void WakeWordService::waitForLiveBuffersInFlight_injector() const {
+    // A buffer in flight takes well under a millisecond; one that began after the injection
+    // started leaves at its injecting check.
+    while (mLiveBuffersInFlight.load(std::memory_order_seq_cst) != 0) usleep(100);
 }
 
 status_t WakeWordService::processAudioDataFromInput(void* buffer, size_t frameCount) {
@@ -278,6 +298,7 @@ bool WakeWordService::isInputDecoderId(const char* decoderId) {
 void WakeWordService::injectorCallbackFn(void* user, int16_t* samples, size_t frameCount,
                                          bool toPlayback) {
     WakeWordService* service = static_cast<WakeWordService*>(user);
+    service->waitForLiveBuffersInFlight_injector();
     if (toPlayback) {
         service->processAudioDataFromPlayback(samples, frameCount, 0);
         return;

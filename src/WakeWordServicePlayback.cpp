@@ -59,6 +59,7 @@ status_t WakeWordService::processAudioFromPlayback(WakeWordService* service, voi
     ATRACE_NAME(__PRETTY_FUNCTION__);
     // While a file is injected, live playback would interleave with it (an injected playback file
     // enters below, through the injector's callback).
+    LiveBufferInFlight inFlight(service);
     if (service->mInjector == nullptr || service->mInjector->isInjecting()) {
         return android::NO_ERROR;
     }

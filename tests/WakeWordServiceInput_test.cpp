@@ -230,26 +230,35 @@ TEST_F(WakeWordServiceInput, MicrophoneIsIgnoredWhileAFileIsInjected) {
 
 // The microphone's split buffers belong to the microphone: an injected block split on the injector
 // thread while a microphone push is under way must not change what that push hands the engine.
-TEST_F(WakeWordServiceInput, InjectionNeverWritesIntoTheMicrophonesSplitBuffers) {
+// An injected block that arrives while a microphone buffer is being pushed waits until that buffer
+// is done: the two never interleave in the decoder, and the injection never writes into the
+// microphone's split buffers. The hook holds the microphone's push open for half a second, time
+// enough for an injector that does not wait to push its block.
+TEST_F(WakeWordServiceInput, InjectedBlockWaitsForTheLiveBufferInFlight) {
     config.oneMicEnabled = true;
     config.oneMicAudioStream = wws_test::makeStream();
     sp<WakeWordService> service = start();
     std::vector<int16_t> microphone = interleaved(160, 2);
     std::vector<int16_t> injected(160, -7);
-    bool interleavedOnce = false;
+    std::thread injector;
+    bool pushedWhileLiveInFlight = false;
     norvo_fake::setBeforeAudioPush([&](const std::string&) {
-        if (interleavedOnce) return;
-        interleavedOnce = true;
-        std::thread([&] {
+        if (injector.joinable()) return;
+        injector = std::thread([&] {
             WakeWordService::injectorCallbackFn(service.get(), injected.data(), 160, false);
-        }).join();
+        });
+        pushedWhileLiveInFlight = wws_test::waitFor(
+                [] { return !norvo_fake::pushedSamples(kInput).empty(); },
+                std::chrono::milliseconds(500));
     });
     wws_test::deliverInput(*service, microphone, 160);
+    injector.join();
 
+    EXPECT_FALSE(pushedWhileLiveInFlight);
     std::vector<int16_t> pushed = norvo_fake::pushedSamples(kInput);
     ASSERT_EQ(320u, pushed.size());
-    EXPECT_EQ(injected, std::vector<int16_t>(pushed.begin(), pushed.begin() + 160));
-    EXPECT_EQ(channel(microphone, 2, 0), std::vector<int16_t>(pushed.begin() + 160, pushed.end()));
+    EXPECT_EQ(channel(microphone, 2, 0), std::vector<int16_t>(pushed.begin(), pushed.begin() + 160));
+    EXPECT_EQ(injected, std::vector<int16_t>(pushed.begin() + 160, pushed.end()));
 }
 
 TEST_F(WakeWordServiceInput, FanOutOrderAndTheLastEnabledStepsStatus) {
