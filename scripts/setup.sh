@@ -19,8 +19,11 @@ run_packages=(
 test_packages=(
   libgtest-dev libgmock-dev libbenchmark-dev junit5 blueprint-tools
   clang libclang-rt-14-dev stress-ng
+  g++-arm-linux-gnueabihf qemu-user
 )
-arm_packages=(g++-arm-linux-gnueabihf qemu-user)
+# The normal build's tests compile two checks for the device's 32-bit ARM and run one under qemu:
+# the cross compiler and qemu are test packages. The ARM build also needs the armhf libraries.
+arm_packages=()
 for p in android-libutils-dev android-liblog-dev android-libcutils-dev android-libbase-dev \
          android-libnativehelper-dev libsndfile1-dev libgtest-dev libgmock-dev; do
   arm_packages+=("$p:armhf")
