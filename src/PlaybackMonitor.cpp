@@ -28,12 +28,12 @@ PlaybackMonitor::~PlaybackMonitor() {
 
 void PlaybackMonitor::startMonitor() {
     android::Mutex::Autolock lock(mLock);
-    ALOGD("startMonitor()");
-    mStopped = false;
-    runSearchLocked();
+    startMonitor_l();
 }
 
-void PlaybackMonitor::runSearchLocked() {
+void PlaybackMonitor::startMonitor_l() {
+    ALOGD("startMonitor()");
+    mRunState = RunState::kStarted;
     if (isRunning()) {
         ALOGE("PlaybackMonitor has already started");
     } else if (mConnected) {
@@ -50,7 +50,7 @@ void PlaybackMonitor::stopMonitor() {
         android::Mutex::Autolock lock(mLock);
         ALOGD("stopMonitor()");
         // Under mLock: a death handled from now on sees it and starts no search.
-        mStopped = true;
+        mRunState = RunState::kStopped;
         requestExit();
         android::Mutex::Autolock wake(mWakeLock);
         mWake.signal();
@@ -89,8 +89,9 @@ void PlaybackMonitor::onServiceDisconnected() {
         join();
     }
     android::Mutex::Autolock lock(mLock);
-    // A stop since the death leaves the monitor stopped.
-    if (!mStopped) runSearchLocked();
+    // A stop since the death leaves the monitor stopped; otherwise it starts over, as its owner
+    // would start it.
+    if (mRunState != RunState::kStopped) startMonitor_l();
 }
 
 void PlaybackMonitor::resetVariables() {
@@ -129,10 +130,12 @@ bool PlaybackMonitor::threadLoop() {
                 mAudioStreamService = found;
                 mServiceBinder = binder;
                 mConnected = true;
+                // Only the pass that connects starts a reader: a thread run while connected
+                // leaves the running reader alone.
+                onServiceConnected();
             }
         }
         if (mAudioStreamService != nullptr) {
-            onServiceConnected();
             mThreadEnding = true;  // connected: this pass ends the thread
         } else {
             result = android::BAD_VALUE;

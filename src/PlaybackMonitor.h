@@ -55,8 +55,9 @@ class PlaybackMonitor : public android::Thread, public android::IBinder::DeathRe
 
   private:
     bool threadLoop() override;
-    // Runs the monitor thread unless it runs or a service is held (both logged). Holds mLock.
-    void runSearchLocked();
+    // The one way of starting: logs "startMonitor()", marks the monitor started and runs the
+    // monitor thread unless it runs or a service is held (both logged). Caller holds mLock.
+    void startMonitor_l();
 
     android::sp<IAudioStreamService> mAudioStreamService;  // guarded by mServiceLock
     android::Mutex mLock;
@@ -66,7 +67,10 @@ class PlaybackMonitor : public android::Thread, public android::IBinder::DeathRe
     void* mUserData;
     android::sp<android::IBinder> mServiceBinder;  // guarded by mServiceLock; for the death link
     std::atomic<bool> mConnected{false};  // mAudioStreamService is set (read under mLock)
-    std::atomic<bool> mStopped{true};     // written under mLock; a death while stopped starts no search
+    // Written under mLock. A death starts a new search unless the monitor was stopped (its death
+    // link is gone then too); a monitor never started, used only through getService(), searches.
+    enum class RunState { kNeverStarted, kStarted, kStopped };
+    std::atomic<RunState> mRunState{RunState::kNeverStarted};
     // Set by the monitor thread, under mServiceLock, in the pass that connects and so ends the
     // thread; a death handled meanwhile waits for the thread to end before searching again.
     std::atomic<bool> mThreadEnding{false};

@@ -217,9 +217,18 @@ TEST_F(PlaybackMonitorTest, SearchesConnectsAndSurvivesTheServicesDeath) {
     monitor->startMonitor();
     EXPECT_TRUE(log.contains(ANDROID_LOG_ERROR, kMonitorTag, "PlaybackMonitor has already got"));
 
+    const int mark = static_cast<int>(log.lines().size());
     ASSERT_TRUE(host::killService("playbackstream"));
-    EXPECT_TRUE(wws_test::waitFor([&] { return log.contains("onServiceDisconnected"); }));
+    EXPECT_TRUE(wws_test::waitFor(
+            [&] { return log.indexOf("PlaybackMonitor has been started", mark) >= 0; }));
     EXPECT_TRUE(log.contains(ANDROID_LOG_DEBUG, kMonitorTag, "playbackStreamService binder died"));
+    // The death restarts the monitor the way its owner starts it.
+    int at = mark;
+    for (const char* step : {"playbackStreamService binder died", "onServiceDisconnected",
+                             "startMonitor()", "PlaybackMonitor has been started"}) {
+        at = log.indexOf(step, at);
+        EXPECT_GE(at, mark) << step;
+    }
     // The old stream no longer reaches the callback; the monitor searches again.
     EXPECT_TRUE(wws_test::waitFor([] { return wws_test::threadsNamed("AudioStreamRead") == 0; }));
     const size_t before = blocks.samples();
@@ -229,6 +238,32 @@ TEST_F(PlaybackMonitorTest, SearchesConnectsAndSurvivesTheServicesDeath) {
     Published second;
     publish(second);
     EXPECT_TRUE(flows(second));
+}
+
+// A monitor that was only asked for the service, never started, still searches after its death:
+// only a stop ends the searching.
+TEST_F(PlaybackMonitorTest, ADeathSeenByAMonitorNeverStartedStartsASearch) {
+    Published first;
+    publish(first);
+    ASSERT_NE(nullptr, monitor->getService());
+    ASSERT_TRUE(host::killService("playbackstream"));
+    Published second;
+    publish(second);
+    EXPECT_TRUE(flows(second));
+}
+
+// The monitor thread run again while connected (Thread::run is public) starts no second reader.
+TEST_F(PlaybackMonitorTest, AThreadRunWhileConnectedKeepsTheOneReader) {
+    Published published;
+    publish(published);
+    monitor->startMonitor();
+    ASSERT_TRUE(flows(published));
+    ASSERT_TRUE(wws_test::waitFor([] { return wws_test::threadsNamed("PlaybackMonitor") == 0; }));
+    ASSERT_EQ(android::NO_ERROR, monitor->run("PlaybackMonitor"));
+    ASSERT_TRUE(wws_test::waitFor([&] { return !monitor->isRunning(); }));
+    EXPECT_FALSE(wws_test::waitFor([] { return wws_test::threadsNamed("AudioStreamRead") > 1; },
+                                   std::chrono::milliseconds(300)));
+    EXPECT_TRUE(flows(published));
 }
 
 TEST_F(PlaybackMonitorTest, StopAfterConnectingEndsTheReaderAndIgnoresALaterDeath) {
