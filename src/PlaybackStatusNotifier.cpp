@@ -4,13 +4,12 @@
 
 #include <log/log.h>
 #include <media/AudioSystem.h>
-#include <unistd.h>
 
 namespace velmar {
 
 namespace {
 constexpr int32_t kThreadPriority = 10;      // ANDROID_PRIORITY_BACKGROUND
-constexpr useconds_t kPollingPeriodUs = 100000;  // 100 ms
+constexpr nsecs_t kPollingPeriodNs = 100000000;  // 100 ms
 }  // namespace
 
 PlaybackStatusNotifier::PlaybackStatusNotifier(Callback callback, void* user, int ttsStreamType)
@@ -51,6 +50,11 @@ void PlaybackStatusNotifier::stopMonitor() {
     const bool running = isRunning();
     if (running) requestExit();
     mMonitoring = false;
+    {
+        // Ends the polling pause at once: a stop never waits out the 100 ms.
+        android::Mutex::Autolock wake(mWakeLock);
+        mWake.signal();
+    }
     if (running) {
         android::status_t status = requestExitAndWait();
         if (status != android::NO_ERROR) ALOGE("Error stopping thread: %d", status);
@@ -86,7 +90,9 @@ bool PlaybackStatusNotifier::threadLoop() {
     while (mMonitoring) {
         checkPlaybackStatus(mMusicState);
         checkPlaybackStatus(mAlarmState);
-        usleep(kPollingPeriodUs);
+        // Checked under mWakeLock, which stopMonitor() takes to signal: a stop is never missed.
+        android::Mutex::Autolock wake(mWakeLock);
+        if (mMonitoring) mWake.waitRelative(mWakeLock, kPollingPeriodNs);
     }
     ALOGI("Playback monitor returning");
     return true;  // the exit stopMonitor() requested ends the thread

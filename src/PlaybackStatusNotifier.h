@@ -15,6 +15,7 @@
 #define VELMAR_PLAYBACK_STATUS_NOTIFIER_H
 
 #include <system/audio.h>
+#include <utils/Condition.h>
 #include <utils/Mutex.h>
 #include <utils/Thread.h>
 
@@ -44,7 +45,7 @@ class PlaybackStatusNotifier : public android::Thread {
     // Samples the text-to-speech entry once, then runs the polling thread. A second call while the
     // thread runs logs an error and leaves it running.
     virtual void startMonitor();
-    // Ends the polling thread and waits for it: at most one polling period plus one pass.
+    // Ends the polling thread and waits for it: at most the pass it is in, never the pause.
     virtual void stopMonitor();
     // The text-to-speech state as the owner knows it; reported when it differs from the last
     // report, otherwise logged as redundant.
@@ -59,6 +60,10 @@ class PlaybackStatusNotifier : public android::Thread {
     Callback mCallback;
     android::Mutex mLock;       // serialises startMonitor() and stopMonitor()
     android::Mutex mStateLock;  // guards the three entries; held during every callback
+    // The polling thread's pause between passes: it waits on mWake under mWakeLock for 100 ms, and
+    // stopMonitor() signals it. Taken by nothing else, never together with another lock.
+    android::Mutex mWakeLock;
+    android::Condition mWake;
     // The polling loop runs while set; written under mLock, read by the polling thread unlocked.
     std::atomic<bool> mMonitoring;
     void* mUserData;
