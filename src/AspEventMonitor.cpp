@@ -62,6 +62,12 @@ void AspEventMonitor::stop() {
             ALOGE("Error stopping AspEventMonitor thread: %d", status);
         }
     }
+    {
+        // The thread has ended: a death after a later start() must not wait for that start's
+        // thread, which searches on and needs mLock.
+        android::Mutex::Autolock lock(mLock);
+        mThreadEnding = false;
+    }
     stopListener();
     ALOGD("AspEventMonitor has been stopped");
     if (mEventHandler != nullptr) mEventHandler->stop();

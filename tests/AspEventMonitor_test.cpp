@@ -7,8 +7,12 @@
 
 #include <atomic>
 #include <chrono>
+#include <condition_variable>
+#include <cstdio>
+#include <cstdlib>
 #include <mutex>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "AspEventMonitor.h"
@@ -240,6 +244,50 @@ TEST_F(AspEventMonitorTest, SearchesUntilTheServiceAppearsAndStopsPromptly) {
     auto before = std::chrono::steady_clock::now();
     searching->stop();
     EXPECT_LT(std::chrono::steady_clock::now() - before, std::chrono::milliseconds(400));
+}
+
+// A monitor that registered, stopped and started again: a death that comes before the new
+// thread's first pass must not wait for that thread as it would for the first one, which was on
+// its way out. The new thread is held before its first pass (readyToRun) to place the death there.
+TEST_F(AspEventMonitorTest, ADeathAfterARestartDoesNotWaitForTheNewThread) {
+    struct GatedMonitor : AspEventMonitor {
+        using AspEventMonitor::AspEventMonitor;
+        android::status_t readyToRun() override {
+            std::unique_lock<std::mutex> lock(gateLock);
+            gateChanged.wait(lock, [this] { return open; });
+            return android::NO_ERROR;
+        }
+        void setOpen(bool value) {
+            std::lock_guard<std::mutex> guard(gateLock);
+            open = value;
+            gateChanged.notify_all();
+        }
+        std::mutex gateLock;
+        std::condition_variable gateChanged;
+        bool open = true;
+    };
+    sp<GatedMonitor> gated = new GatedMonitor(Reports::callback, &reports, clock);
+    monitor = gated;
+    startRegistered();
+    ASSERT_TRUE(wws_test::waitFor([] { return wws_test::threadsNamed("AspEventMonitor") == 0; }));
+    monitor->stop();
+    host::resetServices();
+    gated->setOpen(false);
+    monitor->start();
+
+    std::atomic<bool> handled{false};
+    std::thread death([&] {
+        monitor->binderDied(nullptr);
+        handled = true;
+    });
+    if (!wws_test::waitFor([&] { return handled.load(); })) {
+        std::fprintf(stderr, "binderDied waits for a thread that has not begun\n");
+        std::_Exit(1);  // once the thread begins it needs the lock the death holds: no teardown
+    }
+    death.join();
+    gated->setOpen(true);
+    service = asp::host::publishService();
+    EXPECT_TRUE(wws_test::waitFor([&] { return service->listenerCount() == 1; }));
 }
 
 // The one test on the real clock, that the handler's default clock is the wall clock: the 0 does
