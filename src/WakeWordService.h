@@ -382,6 +382,9 @@ class WakeWordService : public android::RefBase {
     bool mNttEnabled;
     bool mPreloadNttModel;
     std::atomic<bool> mNttDecoderReady;
+    // The NTT model set exists in the engine (set by setNttModel, cleared by destroyNttModel):
+    // a failed switch drops it only when it was made and its decoder was not.
+    bool mNttModelSetCreated = false;
     std::string mNttModelPath;
     std::mutex mNttLock;  // NTT model creation
     NttResult_Callback mNttResultCallback;

@@ -70,6 +70,7 @@ status_t WakeWordService::setNttModel(const char* manifestPath) {
         ALOGE("Error creating NTT NorvoModelSet.");
         return status;
     }
+    mNttModelSetCreated = true;
     status = NorvoDecoder_NewSpotterAudioDecoder(kNttDecoderId, kNttModelSetId, kNorvoKeywordSet,
                                                  format, "{}");
     if (status != NORVO_SUCCESS) {
@@ -102,6 +103,7 @@ void WakeWordService::destroyNttModel() {
     if (NorvoModelSet_Delete(kNttModelSetId) != NORVO_SUCCESS) {
         ALOGE("Error deleting NorvoModelSet for NTT");
     }
+    mNttModelSetCreated = false;
     reportDecoderStatus(mNttDecoderStatusCallback, false);
 }
 
@@ -114,8 +116,12 @@ status_t WakeWordService::switchNttModel(const char* nttModelManifestPath) {
         ALOGE("Failed to switch to NTT model specified by the new manifest path. Reverting back "
               "to the previous model.");
         // A model set whose decoder could not be made stays loaded; it is dropped so that the
-        // previous model can be loaded again under the same id.
-        if (!mNttDecoderReady) NorvoModelSet_Delete(kNttModelSetId);
+        // previous model can be loaded again under the same id. Any other failure made nothing,
+        // and the revert is a plain one.
+        if (mNttModelSetCreated && !mNttDecoderReady) {
+            NorvoModelSet_Delete(kNttModelSetId);
+            mNttModelSetCreated = false;
+        }
         initializeNttDecoder(mNttModelPath.c_str());
         return status;
     }

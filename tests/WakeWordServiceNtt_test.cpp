@@ -242,6 +242,26 @@ TEST_F(WakeWordServiceNtt, FailedSwitchRestoresThePreviousModel) {
     EXPECT_EQ("/models/ntt/norvo.manifest", manifestOf(kNttSet));
     EXPECT_EQ("/models/ntt/norvo.manifest", service->mNttModelPath);
     EXPECT_EQ((std::vector<std::string>{"ntt:0", "ntt:1"}), wws_test::statusReports());
+    // Deleted twice: the old model set, then the new one that has no decoder.
+    EXPECT_EQ(2u, norvo_fake::callsOf("NorvoModelSet_Delete").size());
+
+    // A new model set that cannot be made leaves nothing to delete: the engine sees exactly the
+    // calls of a plain revert.
+    norvo_fake::forgetCalls();
+    norvo_fake::setStatusOnce("NorvoModelSet_New", kNttSet, 3);
+    EXPECT_EQ(3, service->switchNttModel("/missing.manifest"));
+    std::vector<std::string> lifecycle;
+    for (const std::string& op : norvo_fake::callNames()) {
+        if (op == "NorvoModelSet_New" || op == "NorvoModelSet_Delete" ||
+            op == "NorvoDecoder_NewSpotterAudioDecoder" || op == "NorvoDecoder_Delete") {
+            lifecycle.push_back(op);
+        }
+    }
+    EXPECT_EQ((std::vector<std::string>{"NorvoDecoder_Delete", "NorvoModelSet_Delete",
+                                        "NorvoModelSet_New", "NorvoModelSet_New",
+                                        "NorvoDecoder_NewSpotterAudioDecoder"}),
+              lifecycle);
+    EXPECT_TRUE(service->mNttDecoderReady);
 
     EXPECT_EQ(0, service->switchNttModel("/models/ntt/v2.manifest"));
     EXPECT_EQ("/models/ntt/v2.manifest", manifestOf(kNttSet));
