@@ -109,14 +109,17 @@ class BinderThread {
     BinderThread() {
         std::thread([this] {
             pthread_setname_np(pthread_self(), "HostBinder");
-            std::unique_lock<std::mutex> lock(mLock);
             for (;;) {
-                mWake.wait(lock, [this] { return !mTasks.empty(); });
-                std::function<void()> task = std::move(mTasks.front());
-                mTasks.pop_front();
-                lock.unlock();
+                std::function<void()> task;
+                {
+                    std::unique_lock<std::mutex> lock(mLock);
+                    mWake.wait(lock, [this] { return !mTasks.empty(); });
+                    task = std::move(mTasks.front());
+                    mTasks.pop_front();
+                }
+                // Run and destroyed without mLock: a task may hold the last reference to an
+                // object whose destructor posts again.
                 task();
-                lock.lock();
             }
         }).detach();
     }
