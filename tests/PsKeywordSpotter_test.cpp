@@ -4,6 +4,8 @@
 #include <norvo_ps/NorvoPs.h>
 
 #include <cmath>
+#include <cstdio>
+#include <fstream>
 #include <string>
 
 #include "KeywordSpotter.h"
@@ -152,3 +154,36 @@ TEST_F(PsKeywordSpotter, EndingTheSessionReportsAPhraseThatEndsTheAudio) {
 }
 
 }  // namespace
+
+// A local command counts when said on its own, not as a word of a sentence; the manifest's
+// "command-pause 0" hears it in both. The threshold is low enough for the sentence's "stop" to be
+// heard as such.
+TEST_F(PsKeywordSpotter, ALocalCommandCountsOnlyWithAPauseBeforeAndAfterIt) {
+    SpeechStream stream;
+    stream.silence(0.6);
+    Placed alone = stream.add(wws_test::speechClip("stop"));
+    stream.silence(1.0);
+    Placed sentence = stream.add(wws_test::speechClip("stop_in_a_sentence"));
+    stream.silence(1.0);
+    for (int pauseMs : {250, 0}) {
+        const std::string path = ::testing::TempDir() + "/command-pause.manifest";
+        std::ofstream(path) << "acoustic-model /usr/share/pocketsphinx/model/en-us/en-us\n"
+                            << "dictionary /usr/share/pocketsphinx/model/en-us/cmudict-en-us.dict\n"
+                            << "wake ORANGE_BICYCLE 1e-25 orange bicycle\n"
+                            << "command STOP 1e-5 stop\n"
+                            << "command-pause " << pauseMs << "\n";
+        std::string error;
+        ASSERT_EQ(NORVO_SUCCESS, ModelSet::load("set", path, &mSet, &error)) << error;
+        mSpotter = KeywordSpotter::create(mSet, {0, 1}, &error);
+        ASSERT_NE(nullptr, mSpotter) << error;
+        std::vector<Detection> found = feed(stream.samples(), 0);
+        std::remove(path.c_str());
+        ASSERT_EQ(pauseMs == 0 ? 2u : 1u, found.size()) << "pause " << pauseMs;
+        expectHeard(found[0], "STOP", alone, 0);
+        if (pauseMs == 0) {
+            EXPECT_EQ("STOP", name(found[1]));
+            EXPECT_LT(found[1].beginSample, sentence.end);
+            EXPECT_GT(found[1].endSample, sentence.begin);
+        }
+    }
+}

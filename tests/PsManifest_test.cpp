@@ -42,7 +42,8 @@ TEST(PsManifest, ReadsEveryDirective) {
                                    "wake  ORANGE_BICYCLE  1e-25  Orange   BICYCLE\n"
                                    "command STOP 1e5 stop\n"
                                    "pronounce Velmar v eh l m aa r\n"
-                                   "detection-delay 7\n",
+                                   "detection-delay 7\n"
+                                   "command-pause 400\n",
                                    &manifest, &error))
             << error;
     EXPECT_EQ("/models/ww/models/en us", manifest.acousticModel());  // relative to the manifest
@@ -62,6 +63,7 @@ TEST(PsManifest, ReadsEveryDirective) {
     EXPECT_EQ("velmar", manifest.pronunciations()[0].word);
     EXPECT_EQ("V EH L M AA R", manifest.pronunciations()[0].phones);
     EXPECT_EQ(7, manifest.detectionDelayFrames());
+    EXPECT_EQ(400, manifest.commandPauseMs());
 }
 
 TEST(PsManifest, DefaultsAndRelativePathsWithoutAFolder) {
@@ -71,6 +73,7 @@ TEST(PsManifest, DefaultsAndRelativePathsWithoutAFolder) {
             << error;
     EXPECT_EQ("./en-us", manifest.acousticModel());
     EXPECT_EQ(Manifest::kDefaultDetectionDelayFrames, manifest.detectionDelayFrames());
+    EXPECT_EQ(Manifest::kDefaultCommandPauseMs, manifest.commandPauseMs());
 }
 
 struct BadLine {
@@ -84,7 +87,7 @@ TEST(PsManifest, NamesTheLineAndTheFaultOfEveryMalformedLine) {
     const BadLine cases[] = {
             {5, "wakee X 1e-5 x",
              at + "5: unknown directive 'wakee' (expected acoustic-model, dictionary, wake, "
-                  "command, pronounce or detection-delay)"},
+                  "command, pronounce, detection-delay or command-pause)"},
             {3, "wake PURPLE_ELEPHANT 1e-25",
              at + "3: 'wake' needs a name, a threshold and at least one word"},
             {4, "command STOP",
@@ -116,6 +119,8 @@ TEST(PsManifest, NamesTheLineAndTheFaultOfEveryMalformedLine) {
              at + "5: 'detection-delay' needs a whole number of frames from 0 to 50"},
             {5, "detection-delay 3 frames",
              at + "5: 'detection-delay' needs a whole number of frames from 0 to 50"},
+            {5, "command-pause 2001",
+             at + "5: 'command-pause' needs a whole number of milliseconds from 0 to 2000"},
     };
     for (const BadLine& bad : cases) {
         Manifest manifest;

@@ -29,6 +29,7 @@ std::unique_ptr<KeywordSpotter> KeywordSpotter::create(std::shared_ptr<const Mod
     spotter->mModelSet = std::move(modelSet);
     spotter->mKeywords = keywords;
     spotter->mHistory.assign(static_cast<size_t>(kHistorySamples), 0);
+    spotter->mFloorOnly.assign(static_cast<size_t>(spotter->mRecognizer->samplesPerFrame()), 0);
     return spotter;
 }
 
@@ -50,15 +51,15 @@ void KeywordSpotter::endSession(std::vector<Detection>* out) {
     if (!mInSession) return;
     // The recognizer shows a detection only once it is detectionDelayFrames old, counted in
     // decoded frames: a phrase that ends the audio needs a little silence after it to show.
-    const int frame = mRecognizer->samplesPerFrame();
     const int64_t frames = mModelSet->detectionDelayFrames() + kFlushFrames;
-    std::vector<int16_t> silence(static_cast<size_t>(frame), 0);
+    mEnding = true;
     for (int64_t i = 0; i < frames && mRecognizer->inUtterance(); ++i) {
-        mRecognizer->process(silence.data(), silence.size());
+        processFloorOnly();
         collect(out);
     }
     mRecognizer->endUtterance();
     collect(out);
+    mEnding = false;
     mInSession = false;
     mReported.clear();
     mReportedEnd = -1;
@@ -71,13 +72,33 @@ void KeywordSpotter::startAt(int64_t sample) {
     mFed = sample;
     mNext = sample;
     mHistoryStart = sample;
+    mLevels.reset(sample);
+    mFloor.reset();
+}
+
+void KeywordSpotter::processFloorOnly() {
+    std::fill(mFloorOnly.begin(), mFloorOnly.end(), 0);
+    for (int16_t& sample : mFloorOnly) sample = mFloor.next(sample);
+    mRecognizer->process(mFloorOnly.data(), mFloorOnly.size());
 }
 
 void KeywordSpotter::remember(const int16_t* samples, size_t count, int64_t firstSample) {
     const size_t capacity = mHistory.size();
     for (size_t i = 0; i < count; ++i) {
+        if (mLevels.add(samples[i])) {
+            // The floor is full while there is sound and for a second after it, then fades out
+            // over half a second.
+            const int64_t since = mLevels.framesSinceSound();
+            const float presence =
+                    since <= kFloorHoldFrames ? 1.0f
+                    : since >= kFloorHoldFrames + kFloorFadeFrames
+                            ? 0.0f
+                            : static_cast<float>(kFloorHoldFrames + kFloorFadeFrames - since) /
+                                      kFloorFadeFrames;
+            mFloor.setLevel(mLevels.speechDbfs(), presence);
+        }
         mHistory[static_cast<size_t>(firstSample + static_cast<int64_t>(i)) % capacity] =
-                samples[i];
+                mFloor.next(samples[i]);
     }
     mNext = firstSample + static_cast<int64_t>(count);
     mHistoryStart = std::max(mHistoryStart, mNext - static_cast<int64_t>(capacity));
@@ -117,6 +138,26 @@ void KeywordSpotter::restart(int64_t from) {
     mFed = mBase;
 }
 
+KeywordSpotter::Isolation KeywordSpotter::isolation(const Detection& detection) const {
+    const int64_t pause = mModelSet->commandPauseSamples();
+    if (!mModelSet->keywords()[detection.keyword].command || pause == 0) return Isolation::kAlone;
+    // The recognizer's phrase boundaries are a few frames uncertain: the pauses are looked for a
+    // little away from them.
+    const int64_t margin = 5 * AudioLevels::kFrameSamples;
+    const int64_t before = detection.beginSample - margin;
+    const int64_t after = detection.endSample + 1 + margin;
+    if (!mLevels.isPause(before - pause, before)) return Isolation::kInSpeech;
+    if (mEnding && after + pause > mLevels.framedEnd()) {
+        // Nothing follows the audio's end: what there is up to it must be quiet.
+        return mLevels.framedEnd() - after < AudioLevels::kFrameSamples ||
+                               mLevels.isPause(after, mLevels.framedEnd())
+                       ? Isolation::kAlone
+                       : Isolation::kInSpeech;
+    }
+    if (after + pause > mLevels.framedEnd()) return Isolation::kNotYetKnown;
+    return mLevels.isPause(after, after + pause) ? Isolation::kAlone : Isolation::kInSpeech;
+}
+
 bool KeywordSpotter::overlapsReported(int64_t begin, int64_t end) const {
     for (const Range& range : mReported) {
         if (begin <= range.end && range.begin <= end) return true;
@@ -147,6 +188,9 @@ void KeywordSpotter::collect(std::vector<Detection>* out) {
         detection.decidedAt = mFed;
         if (detection.endSample < detection.beginSample) continue;
         if (overlapsReported(detection.beginSample, detection.endSample)) continue;
+        // A command inside a sentence is not one; one whose end is still being heard is looked at
+        // again with the next frames (the recognizer keeps listing it).
+        if (isolation(detection) != Isolation::kAlone) continue;
         found.push_back(detection);
     }
     // Two keywords heard in the same stretch of audio: the better match is the one said.

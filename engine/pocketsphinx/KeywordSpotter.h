@@ -16,7 +16,9 @@
 #include <string>
 #include <vector>
 
+#include "AudioLevels.h"
 #include "ModelSet.h"
+#include "NoiseFloor.h"
 #include "Recognizer.h"
 
 namespace norvo_ps {
@@ -45,6 +47,10 @@ class KeywordSpotter {
     // recognizer's features lag the audio by a few frames, and a phrase's last sound needs a few
     // more to end (measured: 5 are too few for a phrase that ends the audio, 8 suffice).
     static constexpr int kFlushFrames = 10;
+    // The noise floor stays while there is sound and this many frames after it, then fades out
+    // over kFloorFadeFrames.
+    static constexpr int64_t kFloorHoldFrames = 100;
+    static constexpr int64_t kFloorFadeFrames = 50;
 
     // Opens a recognizer for the keywords of modelSet at the given indices (ModelSet order is
     // kept). Null with *error set when PocketSphinx cannot be set up.
@@ -74,6 +80,8 @@ class KeywordSpotter {
 
     KeywordSpotter() = default;
     void startAt(int64_t sample);
+    // Decodes one frame of the noise floor alone (after the audio, to end a session).
+    void processFloorOnly();
     // Adds samples to the history; they must follow the ones before and fit beside the samples
     // not decoded yet.
     void remember(const int16_t* samples, size_t count, int64_t firstSample);
@@ -83,19 +91,28 @@ class KeywordSpotter {
     void restart(int64_t from);
     void collect(std::vector<Detection>* out);
     bool overlapsReported(int64_t begin, int64_t end) const;
+    // For a local command: whether it was said on its own, a pause before and after it. Unknown
+    // while the audio after it has not arrived yet.
+    enum class Isolation { kAlone, kInSpeech, kNotYetKnown };
+    Isolation isolation(const Detection& detection) const;
 
     std::shared_ptr<const ModelSet> mModelSet;
     std::vector<size_t> mKeywords;
     std::unique_ptr<Recognizer> mRecognizer;
     std::vector<Recognizer::Segment> mSegments;  // scratch, reused
+    std::vector<int16_t> mFloorOnly;              // scratch: one frame of the floor alone
 
     bool mInSession = false;
     int64_t mBase = 0;  // caller's index of the recognizer stream's frame 0
     int64_t mFed = 0;   // index of the next sample to hand the recognizer
     int64_t mNext = 0;  // index of the sample after the last one the caller gave
 
-    // The last kHistorySamples samples, at index % kHistorySamples, from mHistoryStart to mNext.
+    // The last kHistorySamples samples, at index % kHistorySamples, from mHistoryStart to mNext,
+    // with the noise floor added: a restart re-feeds exactly what was heard before.
     std::vector<int16_t> mHistory;
+    AudioLevels mLevels{static_cast<size_t>(kHistorySamples / AudioLevels::kFrameSamples)};
+    NoiseFloor mFloor;
+    bool mEnding = false;  // endSession() is decoding past the audio's end
     int64_t mHistoryStart = 0;
 
     // Recent reports. The recognizer lists a detection again and again until it restarts; where it

@@ -135,6 +135,25 @@ std::string Manifest::resolve(const std::string& file) const {
     return mFolder + "/" + file;
 }
 
+NorvoStatus Manifest::parseCount(int line, const std::vector<std::string>& fields,
+                                 const char* unit, int max, bool* given, int* value,
+                                 std::string* error) const {
+    char* end = nullptr;
+    long count = fields.size() == 2 ? std::strtol(fields[1].c_str(), &end, 10) : -1;
+    if (fields.size() != 2 || *end != '\0' || count < 0 || count > max) {
+        *error = where(line) + "'" + fields[0] + "' needs a whole number of " + unit +
+                 " from 0 to " + std::to_string(max);
+        return NORVO_PS_MANIFEST_MALFORMED;
+    }
+    if (*given) {
+        *error = where(line) + "'" + fields[0] + "' is given twice";
+        return NORVO_PS_MANIFEST_MALFORMED;
+    }
+    *given = true;
+    *value = static_cast<int>(count);
+    return NORVO_SUCCESS;
+}
+
 NorvoStatus Manifest::parseLine(int line, const std::vector<std::string>& fields,
                                 std::string* error) {
     const std::string& directive = fields[0];
@@ -234,25 +253,17 @@ NorvoStatus Manifest::parseLine(int line, const std::vector<std::string>& fields
     }
 
     if (directive == "detection-delay") {
-        char* end = nullptr;
-        long frames = fields.size() == 2 ? std::strtol(fields[1].c_str(), &end, 10) : -1;
-        if (fields.size() != 2 || *end != '\0' || frames < 0 || frames > kMaxDetectionDelayFrames) {
-            *error = where(line) + "'detection-delay' needs a whole number of frames from 0 to " +
-                     std::to_string(kMaxDetectionDelayFrames);
-            return NORVO_PS_MANIFEST_MALFORMED;
-        }
-        if (mDelayGiven) {
-            *error = where(line) + "'detection-delay' is given twice";
-            return NORVO_PS_MANIFEST_MALFORMED;
-        }
-        mDelayGiven = true;
-        mDetectionDelayFrames = static_cast<int>(frames);
-        return NORVO_SUCCESS;
+        return parseCount(line, fields, "frames", kMaxDetectionDelayFrames, &mDelayGiven,
+                          &mDetectionDelayFrames, error);
+    }
+    if (directive == "command-pause") {
+        return parseCount(line, fields, "milliseconds", kMaxCommandPauseMs, &mCommandPauseGiven,
+                          &mCommandPauseMs, error);
     }
 
     *error = where(line) + "unknown directive '" + directive +
-             "' (expected acoustic-model, dictionary, wake, command, pronounce or "
-             "detection-delay)";
+             "' (expected acoustic-model, dictionary, wake, command, pronounce, "
+             "detection-delay or command-pause)";
     return NORVO_PS_MANIFEST_MALFORMED;
 }
 

@@ -37,6 +37,10 @@ class Manifest {
     // Frames (10 ms each) the recognizer waits after a phrase's best end before reporting it.
     static constexpr int kDefaultDetectionDelayFrames = 6;
     static constexpr int kMaxDetectionDelayFrames = 50;
+    // A local command counts only with this much of a pause before and after it (milliseconds);
+    // 0 hears commands inside sentences too.
+    static constexpr int kDefaultCommandPauseMs = 250;
+    static constexpr int kMaxCommandPauseMs = 2000;
 
     // Reads and parses the file. Returns 0, NORVO_PS_MANIFEST_UNREADABLE or
     // NORVO_PS_MANIFEST_MALFORMED; on failure *error holds the one-line reason.
@@ -54,9 +58,13 @@ class Manifest {
     const std::vector<ManifestKeyword>& keywords() const { return mKeywords; }
     const std::vector<ManifestPronunciation>& pronunciations() const { return mPronunciations; }
     int detectionDelayFrames() const { return mDetectionDelayFrames; }
+    int commandPauseMs() const { return mCommandPauseMs; }
 
   private:
     NorvoStatus parseLine(int line, const std::vector<std::string>& fields, std::string* error);
+    // "<directive> <count>": a whole number from 0 to max, given at most once.
+    NorvoStatus parseCount(int line, const std::vector<std::string>& fields, const char* unit,
+                           int max, bool* given, int* value, std::string* error) const;
     std::string resolve(const std::string& file) const;
     std::string where(int line) const;
 
@@ -70,6 +78,8 @@ class Manifest {
     std::vector<ManifestPronunciation> mPronunciations;
     int mDetectionDelayFrames = kDefaultDetectionDelayFrames;
     bool mDelayGiven = false;
+    int mCommandPauseMs = kDefaultCommandPauseMs;
+    bool mCommandPauseGiven = false;
 };
 
 }  // namespace norvo_ps

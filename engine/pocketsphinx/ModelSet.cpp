@@ -73,6 +73,7 @@ NorvoStatus ModelSet::load(const std::string& id, const std::string& manifestPat
     set->mManifestPath = manifest.path();
     set->mAcousticModel = manifest.acousticModel();
     set->mDetectionDelayFrames = manifest.detectionDelayFrames();
+    set->mCommandPauseSamples = static_cast<int64_t>(manifest.commandPauseMs()) * 16;
     for (const ManifestKeyword& keyword : manifest.keywords()) {
         std::istringstream words(keyword.phrase);
         std::string word;
