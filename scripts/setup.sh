@@ -5,6 +5,7 @@
 #   scripts/setup.sh run     the main job: the library, the PocketSphinx engine, the Java host
 #   scripts/setup.sh test    also the tests, the sanitizer and fuzz builds, the stress form
 #   scripts/setup.sh arm     also the 32-bit ARM cross build (armhf packages, run under qemu)
+#   scripts/setup.sh eval    also what scripts/evaluate.sh speaks, degrades and plots with
 #   scripts/setup.sh         the same as test
 set -euo pipefail
 cd "$(dirname "$0")/.."
@@ -21,6 +22,13 @@ test_packages=(
   clang libclang-rt-14-dev stress-ng
   g++-arm-linux-gnueabihf qemu-user
 )
+# Speech synthesis for the evaluation set: festival's kal diphone voice at 16 kHz and the HTS slt
+# voice, espeak-ng's formant voices; sox degrades the audio, gnuplot draws the error curves.
+# festival's 8 kHz kal voice conflicts with the 16 kHz one (same voice name and folder), so it is
+# not installed: its package is unpacked into build/voices below.
+eval_packages=(
+  sox festival festvox-kallpc16k festvox-us-slt-hts espeak-ng gnuplot-nox
+)
 # The normal build's tests compile two checks for the device's 32-bit ARM and run one under qemu:
 # the cross compiler and qemu are test packages. The ARM build also needs the armhf libraries.
 arm_packages=()
@@ -33,12 +41,14 @@ groups=("$@")
 [ ${#groups[@]} -eq 0 ] && groups=(test)
 packages=("${run_packages[@]}")
 arm=false
+evaluation=false
 for group in "${groups[@]}"; do
   case "$group" in
     run) ;;
     test) packages+=("${test_packages[@]}") ;;
     arm) packages+=("${test_packages[@]}" "${arm_packages[@]}"); arm=true ;;
-    *) echo "setup: unknown group '$group' (run, test, arm)" >&2; exit 2 ;;
+    eval) packages+=("${eval_packages[@]}"); evaluation=true ;;
+    *) echo "setup: unknown group '$group' (run, test, arm, eval)" >&2; exit 2 ;;
   esac
 done
 
@@ -85,5 +95,18 @@ if $arm && [ ! -f build-arm/armhf-libs/7z.so ]; then
   (cd "$work" && apt-get download -qq p7zip-full:armhf 2>/dev/null && dpkg-deb -x ./*.deb unpacked)
   mkdir -p build-arm/armhf-libs
   cp "$work/unpacked/usr/lib/p7zip/7z.so" build-arm/armhf-libs/
+  rm -rf "$work"
+fi
+
+if $evaluation && [ ! -f build/voices/kallpc8k/festvox/kal_diphone.scm ]; then
+  work=$(mktemp -d)
+  if (cd "$work" && apt-get download -qq festvox-kallpc8k >>"$OLDPWD/$log" 2>&1 &&
+      dpkg-deb -x ./*.deb unpacked); then
+    mkdir -p build/voices
+    rm -rf build/voices/kallpc8k
+    cp -r "$work/unpacked/usr/share/festival/voices/english/kal_diphone" build/voices/kallpc8k
+  else
+    echo "setup: could not fetch festvox-kallpc8k (log in $log); the evaluation goes without it" >&2
+  fi
   rm -rf "$work"
 fi
