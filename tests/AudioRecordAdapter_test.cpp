@@ -73,7 +73,7 @@ TEST_F(AudioRecordAdapterTest, FirstPassCreatesARecordingWithTheAdaptersParamete
     EXPECT_EQ(0, adapter->stop());
     EXPECT_EQ(0, host::activeRecordings(kSource));
     EXPECT_EQ(android::BAD_VALUE, adapter->getTimestamp(&ts));
-    EXPECT_TRUE(log.lines().empty());
+    EXPECT_FALSE(log.loggedOnThisThread());
 }
 
 TEST_F(AudioRecordAdapterTest, RecordingStoppedByThePlatformIsReplaced) {

@@ -94,7 +94,7 @@ TEST_F(WakeWordServicePlayback, WithoutThePlaybackDecoderBuffersAreDroppedSilent
     wws_test::deliverPlayback(*service, samples);
     EXPECT_EQ(0u, service->mPlaybackFrameCount);
     EXPECT_TRUE(norvo_fake::pushedMetadata(kPlayback).empty());
-    EXPECT_TRUE(log.lines().empty());
+    EXPECT_FALSE(log.loggedOnThisThread());
 }
 
 TEST_F(WakeWordServicePlayback, WithPushingOffBuffersAreCountedButNotPushed) {
@@ -104,7 +104,7 @@ TEST_F(WakeWordServicePlayback, WithPushingOffBuffersAreCountedButNotPushed) {
                              "Turning off pushing data to the playback detector"));
     log.clear();
     EXPECT_FALSE(service->setPushDataToPlaybackDetectorEnabled(false));
-    EXPECT_TRUE(log.lines().empty());
+    EXPECT_FALSE(log.loggedOnThisThread());
 
     std::vector<int16_t> samples(256, 3);
     wws_test::deliverPlayback(*service, samples);

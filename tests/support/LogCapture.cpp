@@ -27,8 +27,8 @@ void LogCapture::logger(const struct __android_logger_data* data, const char* me
 
 void LogCapture::append(int priority, const char* tag, const char* message) {
     std::lock_guard<std::mutex> guard(mLock);
-    mLines.push_back(
-            LogLine{priority, tag == nullptr ? "" : tag, message == nullptr ? "" : message});
+    mLines.push_back(LogLine{priority, tag == nullptr ? "" : tag, message == nullptr ? "" : message,
+                             std::this_thread::get_id()});
 }
 
 std::vector<LogLine> LogCapture::lines() const {
@@ -50,6 +50,13 @@ std::vector<std::string> LogCapture::messages(int priority, const std::string& t
         if (line.priority == priority && line.tag == tag) found.push_back(line.message);
     }
     return found;
+}
+
+bool LogCapture::loggedOnThisThread() const {
+    for (const LogLine& line : lines()) {
+        if (line.thread == std::this_thread::get_id()) return true;
+    }
+    return false;
 }
 
 bool LogCapture::contains(const std::string& message) const {

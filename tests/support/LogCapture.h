@@ -7,6 +7,7 @@
 
 #include <mutex>
 #include <string>
+#include <thread>
 #include <vector>
 
 namespace wws_test {
@@ -15,6 +16,7 @@ struct LogLine {
     int priority;
     std::string tag;
     std::string message;
+    std::thread::id thread;  // the thread that logged it
 };
 
 class LogCapture {
@@ -30,6 +32,9 @@ class LogCapture {
     // Messages of one priority and tag, in order.
     std::vector<std::string> messages(int priority, const std::string& tag) const;
     bool contains(const std::string& message) const;
+    // Whether the calling thread logged anything: "this call logs nothing", while the code's
+    // other threads may log at any moment.
+    bool loggedOnThisThread() const;
     bool contains(int priority, const std::string& tag, const std::string& message) const;
     size_t count(const std::string& message) const;
     // Index of the first line with this exact message at or after from, or -1.
