@@ -41,7 +41,6 @@ class AudioLevels {
     // counted up to the session's frames.
     int64_t framesSinceSound() const { return mFrames - mLastSoundFrame; }
     static constexpr double kSoundAboveBackgroundDb = 10.0;
-    double backgroundDbfs() const { return mBackgroundDbfs; }
     // Whether the samples [begin, end) are a pause: at least 80% of the frames wholly inside them
     // are nearer the background than the speech level. Frames before the session count as pause;
     // frames not heard yet, or no longer kept, do not.

@@ -21,8 +21,8 @@ void NoiseFloor::reset() {
 }
 
 void NoiseFloor::setLevel(double speechDbfs, float presence) {
-    mFloorDbfs = std::clamp(speechDbfs - kBelowSpeechDb, kLowestDbfs, kHighestDbfs);
-    mNoiseScale = presence * static_cast<float>(32768.0 * std::pow(10.0, mFloorDbfs / 20.0));
+    const double floorDbfs = std::clamp(speechDbfs - kBelowSpeechDb, kLowestDbfs, kHighestDbfs);
+    mNoiseScale = presence * static_cast<float>(32768.0 * std::pow(10.0, floorDbfs / 20.0));
 }
 
 float NoiseFloor::gaussian() {

@@ -39,12 +39,9 @@ class NoiseFloor {
     // One sample: the input with the floor added (saturating).
     int16_t next(int16_t sample);
 
-    double floorDbfs() const { return mFloorDbfs; }
-
   private:
     float gaussian();
 
-    double mFloorDbfs = kLowestDbfs;
     float mNoiseScale = 0;  // rms of the added noise in sample units
     uint32_t mRandom = 1;
     float mShaped = 0;  // the low-pass filter's state
