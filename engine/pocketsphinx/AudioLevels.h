@@ -5,7 +5,7 @@
 // level, and a local command counts only when said on its own, with a pause before and after it,
 // where a pause is a stretch of frames nearer the background level than the speech level.
 //
-// Frames are counted from the session's first sample (reset()); the last kHistoryFrames are kept.
+// Frames are counted from the session's first sample (reset()); the last historyFrames are kept.
 // Audio before the session counts as a pause: a command that opens a session was said on its own.
 //
 // Threads: not thread-safe; one per spotter, on its decoder thread. Never allocates after reset().

@@ -77,8 +77,7 @@ void KeywordSpotter::startAt(int64_t sample) {
 }
 
 void KeywordSpotter::processFloorOnly() {
-    std::fill(mFloorOnly.begin(), mFloorOnly.end(), 0);
-    for (int16_t& sample : mFloorOnly) sample = mFloor.next(sample);
+    for (int16_t& sample : mFloorOnly) sample = mFloor.next(0);
     mRecognizer->process(mFloorOnly.data(), mFloorOnly.size());
 }
 
@@ -86,16 +85,7 @@ void KeywordSpotter::remember(const int16_t* samples, size_t count, int64_t firs
     const size_t capacity = mHistory.size();
     for (size_t i = 0; i < count; ++i) {
         if (mLevels.add(samples[i])) {
-            // The floor is full while there is sound and for a second after it, then fades out
-            // over half a second.
-            const int64_t since = mLevels.framesSinceSound();
-            const float presence =
-                    since <= kFloorHoldFrames ? 1.0f
-                    : since >= kFloorHoldFrames + kFloorFadeFrames
-                            ? 0.0f
-                            : static_cast<float>(kFloorHoldFrames + kFloorFadeFrames - since) /
-                                      kFloorFadeFrames;
-            mFloor.setLevel(mLevels.speechDbfs(), presence);
+            mFloor.setLevel(mLevels.speechDbfs(), mLevels.framesSinceSound());
         }
         mHistory[static_cast<size_t>(firstSample + static_cast<int64_t>(i)) % capacity] =
                 mFloor.next(samples[i]);

@@ -47,10 +47,6 @@ class KeywordSpotter {
     // recognizer's features lag the audio by a few frames, and a phrase's last sound needs a few
     // more to end (measured: 5 are too few for a phrase that ends the audio, 8 suffice).
     static constexpr int kFlushFrames = 10;
-    // The noise floor stays while there is sound and this many frames after it, then fades out
-    // over kFloorFadeFrames.
-    static constexpr int64_t kFloorHoldFrames = 100;
-    static constexpr int64_t kFloorFadeFrames = 50;
 
     // Opens a recognizer for the keywords of modelSet at the given indices (ModelSet order is
     // kept). Null with *error set when PocketSphinx cannot be set up.

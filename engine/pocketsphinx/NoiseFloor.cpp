@@ -17,10 +17,13 @@ constexpr float kShapePole = 0.95f;
 void NoiseFloor::reset() {
     mRandom = 0x9E3779B9u;
     mShaped = 0;
-    setLevel(kLowestDbfs + kBelowSpeechDb, 0.0f);
+    setLevel(kLowestDbfs + kBelowSpeechDb, kHoldFrames + kFadeFrames);
 }
 
-void NoiseFloor::setLevel(double speechDbfs, float presence) {
+void NoiseFloor::setLevel(double speechDbfs, int64_t framesSinceSound) {
+    const int64_t left = std::clamp<int64_t>(kHoldFrames + kFadeFrames - framesSinceSound, 0,
+                                             kFadeFrames);
+    const float presence = static_cast<float>(left) / kFadeFrames;
     const double floorDbfs = std::clamp(speechDbfs - kBelowSpeechDb, kLowestDbfs, kHighestDbfs);
     mNoiseScale = presence * static_cast<float>(32768.0 * std::pow(10.0, floorDbfs / 20.0));
 }

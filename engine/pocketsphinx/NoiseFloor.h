@@ -8,9 +8,9 @@
 // below the speech level (which the caller tracks), within absolute bounds, so that it is inaudible
 // on ordinary recordings, changes nothing on noisy ones and behaves alike at any input level.
 //
-// The caller fades the floor out in long stretches without sound: the recognizer leaves frames of
-// digital silence out of its running cepstral mean, and a floor there would drag that mean
-// towards silence for the speech that follows.
+// The floor fades out in long stretches without sound: the recognizer leaves frames of digital
+// silence out of its running cepstral mean, and a floor there would drag that mean towards silence
+// for the speech that follows.
 //
 // Deterministic: the noise comes from a generator seeded by reset(), so the same audio after the
 // same reset always gives the same samples, however it is cut into pieces.
@@ -31,11 +31,15 @@ class NoiseFloor {
     static constexpr double kBelowSpeechDb = 30.0;
     static constexpr double kLowestDbfs = -75.0;
     static constexpr double kHighestDbfs = -45.0;
+    // The floor stays this many 10 ms frames after the last sound, then fades out over
+    // kFadeFrames.
+    static constexpr int64_t kHoldFrames = 100;
+    static constexpr int64_t kFadeFrames = 50;
 
     // Restarts the noise sequence, with the floor off.
     void reset();
-    // Sets the floor for speech at speechDbfs, scaled by presence (0: off, 1: full).
-    void setLevel(double speechDbfs, float presence);
+    // Sets the floor for speech at speechDbfs, framesSinceSound frames after the last sound.
+    void setLevel(double speechDbfs, int64_t framesSinceSound);
     // One sample: the input with the floor added (saturating).
     int16_t next(int16_t sample);
 
