@@ -14,7 +14,7 @@ run_packages=(
   build-essential cmake pkg-config
   android-libutils-dev android-liblog-dev android-libcutils-dev android-libbase-dev
   android-libnativehelper-dev
-  rapidjson-dev libsndfile1-dev openjdk-17-jdk-headless
+  rapidjson-dev libsndfile1-dev libasound2-dev openjdk-17-jdk-headless
   libpocketsphinx-dev libsphinxbase-dev pocketsphinx-en-us flite
 )
 test_packages=(

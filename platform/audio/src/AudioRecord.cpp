@@ -64,9 +64,20 @@ status_t AudioRecord::start(AudioSystem::sync_event_t /*event*/,
     std::lock_guard<std::mutex> guard(mLock);
     if (mStatus != NO_ERROR) return NO_INIT;
     if (mRunning.load()) return INVALID_OPERATION;
+    // A thread that ended earlier (the platform stopped it, or its producer failed) has finished
+    // its own bookkeeping once joined.
+    if (mThread.joinable()) mThread.join();
     status_t status = host::internal::recordingStarting(this);
     if (status != NO_ERROR) return status;
-    if (mThread.joinable()) mThread.join();  // a thread the platform stopped earlier
+    sp<host::PcmProducer> producer = host::internal::producerFor(mInputSource);
+    if (producer != nullptr) {
+        status = producer->startCapture(mSampleRate, mChannelCount);
+        if (status != NO_ERROR) {
+            host::internal::recordingStopped(this);
+            return status;
+        }
+    }
+    mCaptureProducer = producer;
     {
         std::lock_guard<std::mutex> wake(mWakeLock);
         mStopRequested = false;
@@ -92,7 +103,14 @@ void AudioRecord::stopThread() {
             mThread.join();
         }
     }
-    if (mRunning.exchange(false)) host::internal::recordingStopped(this);
+    endCapture();
+}
+
+void AudioRecord::endCapture() {
+    if (!mRunning.exchange(false)) return;
+    if (mCaptureProducer != nullptr) mCaptureProducer->stopCapture();
+    mCaptureProducer.clear();
+    host::internal::recordingStopped(this);
 }
 
 void AudioRecord::stop() {
@@ -154,6 +172,12 @@ void AudioRecord::callbackLoop() {
                              std::chrono::steady_clock::time_point(std::chrono::nanoseconds(next)),
                              [this] { return mStopRequested; });
             if (mStopRequested) return;
+        }
+        if (mCaptureProducer != nullptr && mCaptureProducer->failed()) {
+            // A broken device ends the recording as the platform would; the client notices that
+            // its source went inactive and starts a new recording, which reopens the device.
+            endCapture();
+            return;
         }
         sp<host::PcmProducer> producer = host::internal::producerFor(mInputSource);
         size_t frames = producer == nullptr

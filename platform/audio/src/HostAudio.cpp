@@ -107,8 +107,11 @@ size_t WavFilePcm::produce(int16_t* dst, size_t maxFrames, uint32_t channelCount
     return frames;
 }
 
-FdPcm::FdPcm(int fd, bool ownFd, size_t bufferFrames)
-    : mFd(fd), mOwnFd(ownFd), mCapacity(std::max<size_t>(bufferFrames, 1)) {
+FdPcm::FdPcm(int fd, bool ownFd, size_t bufferFrames, std::vector<int16_t> alreadyRead)
+    : mFd(fd),
+      mOwnFd(ownFd),
+      mCapacity(std::max<size_t>(bufferFrames, 1)),
+      mSamples(alreadyRead.begin(), alreadyRead.end()) {
     mReader = std::thread(&FdPcm::readLoop, this);
 }
 

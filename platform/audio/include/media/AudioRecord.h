@@ -27,6 +27,10 @@
 
 namespace android {
 
+namespace host {
+class PcmProducer;
+}
+
 class AudioRecord : public virtual RefBase {
   public:
     enum event_type {
@@ -114,6 +118,9 @@ class AudioRecord : public virtual RefBase {
     status_t mStatus;
 
     void stopThread();
+    // Ends capture once, whichever thread gets here first: stops the producer's capture and tells
+    // the host audio system the source is free.
+    void endCapture();
 
     std::mutex mLock;     // serialises start/stop and guards mThread
     std::thread mThread;  // guarded by mLock
@@ -123,6 +130,9 @@ class AudioRecord : public virtual RefBase {
     std::condition_variable mWake;
     bool mStopRequested = false;
     std::vector<int16_t> mBuffer;  // used only by the callback thread
+    // The producer whose capture this recording started: set by start() before the callback thread
+    // runs, cleared by endCapture(); the thread that flips mRunning off owns it then.
+    sp<host::PcmProducer> mCaptureProducer;
 
     std::mutex mTimestampLock;  // guards the two fields below
     int64_t mFramesDelivered = 0;

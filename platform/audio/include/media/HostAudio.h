@@ -33,6 +33,19 @@ class PcmProducer : public virtual RefBase {
     // Writes up to maxFrames frames of channelCount interleaved samples to dst and returns how many
     // it wrote; 0 means nothing is available this period (no buffer is delivered).
     virtual size_t produce(int16_t* dst, size_t maxFrames, uint32_t channelCount) = 0;
+
+    // A recording on the source starts capturing: a producer backed by a device opens it here.
+    // Anything but NO_ERROR refuses the start with that status. On the thread calling start().
+    virtual status_t startCapture(uint32_t /*sampleRate*/, uint32_t /*channelCount*/) {
+        return NO_ERROR;
+    }
+    // The recording whose startCapture() succeeded stops capturing, whoever stopped it (its client,
+    // the platform, or its own callback thread after failed()). Once per successful start.
+    virtual void stopCapture() {}
+    // True when the source broke (the device vanished or stopped delivering). The recording then
+    // ends as if the platform had stopped it, and its client's supervision starts a new one.
+    // Read by the recording's callback thread every period.
+    virtual bool failed() const { return false; }
 };
 
 // Buffers pushed by a test, delivered in order (a buffer larger than the recording's frame count
@@ -87,7 +100,8 @@ class WavFilePcm : public PcmProducer {
 class FdPcm : public PcmProducer {
   public:
     // Takes ownership of fd (closes it) when ownFd. bufferFrames: at most this much is read ahead.
-    FdPcm(int fd, bool ownFd, size_t bufferFrames = 32000);
+    // alreadyRead: samples a caller read from fd before (to look at its format), played first.
+    FdPcm(int fd, bool ownFd, size_t bufferFrames = 32000, std::vector<int16_t> alreadyRead = {});
     ~FdPcm() override;
     size_t produce(int16_t* dst, size_t maxFrames, uint32_t channelCount) override;
 
