@@ -1,12 +1,15 @@
 // Natives of velmar.speech.tools.HostControl: what the Java host programs need of the host
-// platform besides the service itself. They play the device's part: the microphone (raw PCM from
-// standard input or a file on the hotword source), the Android log (to a file), and, for the
-// bridge benchmark, an engine thread that hands results to the bridge. Host tools only; never
-// part of the service.
+// platform besides the service itself. They play the device's part: the microphone (PCM from
+// standard input or a file, or an ALSA device, on the hotword source), the Android log (to a
+// file), and, for the bridge benchmark, an engine thread that hands results to the bridge. Host
+// tools only; never part of the service.
+#include "LiveInput.h"
+
 #include <android/log.h>
 #include <asp/HostAudioSignalProcessor.h>
 #include <fcntl.h>
 #include <jni.h>
+#include <media/AlsaPcm.h>
 #include <media/HostAudio.h>
 #include <norvo/NorvoApi.h>
 #include <sys/time.h>
@@ -35,6 +38,7 @@ bool gLogEcho = false;             // guarded by gLogLock
 std::vector<std::string> gErrors;  // ERROR lines so far; guarded by gLogLock
 
 android::sp<android::host::FdPcm> gMicrophone;  // set and read on Java threads
+android::sp<android::host::AlsaPcm> gAlsa;       // set and read on Java threads
 
 void fileLogger(const struct __android_logger_data* data, const char* message) {
     static const char kLevels[] = "??VDIWEF";
@@ -61,6 +65,23 @@ std::string text(JNIEnv* env, jstring string) {
     std::string copy = chars == nullptr ? "" : chars;
     if (chars != nullptr) env->ReleaseStringUTFChars(string, chars);
     return copy;
+}
+
+// A Java String[] of the texts; an empty text becomes null.
+jobjectArray strings(JNIEnv* env, const std::vector<std::string>& texts) {
+    jclass stringClass = env->FindClass("java/lang/String");
+    if (stringClass == nullptr) return nullptr;
+    jobjectArray array =
+            env->NewObjectArray(static_cast<jsize>(texts.size()), stringClass, nullptr);
+    for (size_t i = 0; array != nullptr && i < texts.size(); ++i) {
+        if (texts[i].empty()) continue;
+        jstring element = env->NewStringUTF(texts[i].c_str());
+        if (element == nullptr) break;
+        env->SetObjectArrayElement(array, static_cast<jsize>(i), element);
+        env->DeleteLocalRef(element);
+    }
+    env->DeleteLocalRef(stringClass);
+    return array;
 }
 
 int64_t monotonicNs() {
@@ -107,31 +128,50 @@ JNIEXPORT jobjectArray JNICALL Java_velmar_speech_tools_HostControl_errors(JNIEn
         std::lock_guard<std::mutex> guard(gLogLock);
         errors = gErrors;
     }
-    jclass stringClass = env->FindClass("java/lang/String");
-    if (stringClass == nullptr) return nullptr;
-    jobjectArray array =
-            env->NewObjectArray(static_cast<jsize>(errors.size()), stringClass, nullptr);
-    for (size_t i = 0; array != nullptr && i < errors.size(); ++i) {
-        jstring element = env->NewStringUTF(errors[i].c_str());
-        if (element == nullptr) break;
-        env->SetObjectArrayElement(array, static_cast<jsize>(i), element);
-        env->DeleteLocalRef(element);
-    }
-    env->DeleteLocalRef(stringClass);
-    return array;
+    return strings(env, errors);
 }
 
-// Puts raw 16 kHz mono 16-bit PCM from path ("-": standard input) on the microphone source, to be
-// played in real time by the recording the service opens. Returns null, or why it cannot.
-JNIEXPORT jstring JNICALL Java_velmar_speech_tools_HostControl_attachMicrophone(
+// Puts 16 kHz mono 16-bit PCM from path ("-": standard input), a WAV stream or raw, on the
+// microphone source, to be played in real time by the recording the service opens. Returns
+// {why it cannot (or null), what the input is, a warning about raw input (or null)}.
+JNIEXPORT jobjectArray JNICALL Java_velmar_speech_tools_HostControl_attachMicrophone(
         JNIEnv* env, jclass, jstring path, jboolean timeDeliveries) {
     std::string name = text(env, path);
+    std::string label = name == "-" ? "standard input" : name;
     int fd = name == "-" ? STDIN_FILENO : open(name.c_str(), O_RDONLY | O_CLOEXEC);
-    if (fd < 0) return env->NewStringUTF(("cannot read " + name + ": " + strerror(errno)).c_str());
-    gMicrophone = new android::host::FdPcm(fd, /*ownFd=*/fd != STDIN_FILENO);
-    if (timeDeliveries) gMicrophone->recordDeliveryTimes();
-    android::host::attachSource(kMicrophone, gMicrophone);
+    velmar::tools::LiveInput input;
+    if (fd < 0) {
+        input.error = "cannot read " + name + ": " + strerror(errno);
+    } else {
+        input = velmar::tools::readLiveInput(fd, label);
+    }
+    if (input.error.empty()) {
+        gMicrophone = new android::host::FdPcm(fd, /*ownFd=*/fd != STDIN_FILENO, 32000,
+                                               std::move(input.samples));
+        if (timeDeliveries) gMicrophone->recordDeliveryTimes();
+        android::host::attachSource(kMicrophone, gMicrophone);
+    } else if (fd > STDIN_FILENO) {
+        close(fd);
+    }
+    return strings(env, {input.error, input.format, input.warning});
+}
+
+// Captures from an ALSA device on the microphone source whenever the service records. Returns
+// null, or why the device cannot capture 16 kHz mono 16-bit.
+JNIEXPORT jstring JNICALL Java_velmar_speech_tools_HostControl_attachAlsaMicrophone(
+        JNIEnv* env, jclass, jstring device) {
+    std::string name = text(env, device);
+    std::string problem = android::host::AlsaPcm::probe(name);
+    if (!problem.empty()) return env->NewStringUTF(problem.c_str());
+    gAlsa = new android::host::AlsaPcm(name);
+    android::host::attachSource(kMicrophone, gAlsa);
     return nullptr;
+}
+
+// What happened to the ALSA device since the last call (see AlsaPcm::events()).
+JNIEXPORT jobjectArray JNICALL Java_velmar_speech_tools_HostControl_microphoneEvents(JNIEnv* env,
+                                                                                     jclass) {
+    return strings(env, gAlsa == nullptr ? std::vector<std::string>() : gAlsa->events());
 }
 
 JNIEXPORT jboolean JNICALL Java_velmar_speech_tools_HostControl_microphoneFinished(JNIEnv*,

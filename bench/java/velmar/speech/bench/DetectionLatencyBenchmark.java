@@ -84,7 +84,7 @@ public final class DetectionLatencyBenchmark {
                 manifest, "", "", "", "", keywords, false, false, false, false, false, false,
                 false, -19, 320, 0, 9);
         if (status != 0) throw new IllegalStateException("service did not start: " + status);
-        String problem = HostControl.attachMicrophone(raw.getPath(), true);
+        String problem = HostControl.attachMicrophone(raw.getPath(), true)[0];
         if (problem != null) throw new IllegalStateException(problem);
         System.out.printf("playing %d wake phrases in real time (%.0f s)...%n", phrases,
                 stream.length() / 16000.0);

@@ -19,10 +19,21 @@ public final class HostControl {
     public static native String[] errors();
 
     /**
-     * Plays raw 16 kHz mono 16-bit little-endian PCM from path ("-" for standard input) on the
-     * microphone source, in real time once the service records. Returns null, or why not.
+     * Plays 16 kHz mono 16-bit PCM from path ("-" for standard input) on the microphone source, in
+     * real time once the service records. The input is a WAV stream, whose header is checked, or
+     * raw little-endian PCM. Returns {why it cannot be used or null, what it is, a warning about
+     * raw input that does not look like 16-bit PCM or null}.
      */
-    public static native String attachMicrophone(String path, boolean timeDeliveries);
+    public static native String[] attachMicrophone(String path, boolean timeDeliveries);
+
+    /**
+     * Captures from an ALSA device ("default", "plughw:1", ...) on the microphone source whenever
+     * the service records. Returns null, or why the device cannot capture.
+     */
+    public static native String attachAlsaMicrophone(String device);
+
+    /** What happened to the ALSA device since the last call: one line per event, oldest first. */
+    public static native String[] microphoneEvents();
 
     /** The microphone's input ended and all of it was delivered. */
     public static native boolean microphoneFinished();

@@ -20,25 +20,32 @@ import velmar.speech.wakewordservice.WakeWordServiceListener;
  * library given with --engine, feeds it speech, and prints every detection as Java receives it.
  *
  * <pre>
- * WakeWordHost --engine libnorvo.so --manifest M [--wav FILE | --live (-|FILE)]
- *              [--wake-words A,B] [--log FILE] [--verbose]
+ * WakeWordHost --engine libnorvo.so --manifest M [--wav FILE | --live (-|FILE) | --mic DEVICE]
+ *              [--seconds S] [--wake-words A,B] [--log FILE] [--verbose]
  * </pre>
  *
- * --wav injects a 16 kHz mono WAV file in real time; --live plays raw 16 kHz mono 16-bit PCM from
- * standard input ("-") or a file on the microphone and switches detection on, as a device does.
+ * --wav injects a 16 kHz mono WAV file in real time; --live plays 16 kHz mono 16-bit PCM (a WAV
+ * stream, or raw) from standard input ("-") or a file on the microphone, and --mic captures from
+ * an ALSA device through the host's AudioRecord; both switch detection on, as a device does, and
+ * run until the input ends, --seconds pass, or Ctrl-C (which still prints the summary).
  * The wake words default to every "wake" line of the manifest. Library log lines go to the log
  * file (and to stderr with --verbose). Exits 0 when the run went through, 1 when the input or the
  * model could not be used (one line on stderr says why), 2 on a usage error.
  */
 public final class WakeWordHost {
     private static final String USAGE = "usage: WakeWordHost --engine LIB --manifest FILE "
-            + "[--wav FILE | --live -|FILE] [--wake-words A,B] [--log FILE] [--verbose]";
+            + "[--wav FILE | --live -|FILE | --mic DEVICE] [--seconds S] [--wake-words A,B] "
+            + "[--log FILE] [--verbose]";
     private static final String INPUT_DECODER = "WakeWordService_input_decoder";
 
     private String mEngine;
     private String mManifest;
     private String mWav;
     private String mLive;
+    private String mMic;
+    private double mSeconds = -1;
+    private boolean mSummaryPrinted;  // guarded by this
+    private boolean mListening;       // the input is playing; guarded by this
     private String[] mWakeWords;
     private String mLog = "wakeword-host.log";
     private boolean mVerbose;
@@ -93,6 +100,8 @@ public final class WakeWordHost {
                 case "--manifest": mManifest = value; break;
                 case "--wav": mWav = value; break;
                 case "--live": mLive = value; break;
+                case "--mic": mMic = value; break;
+                case "--seconds": mSeconds = seconds(value); break;
                 case "--wake-words": mWakeWords = value.split(","); break;
                 case "--log": mLog = value; break;
                 default: throw new UsageException("unknown option " + arg);
@@ -101,9 +110,18 @@ public final class WakeWordHost {
         if (mEngine == null || mManifest == null) {
             throw new UsageException("--engine and --manifest are required");
         }
-        if ((mWav == null) == (mLive == null)) {
-            throw new UsageException("give either --wav or --live");
+        int inputs = (mWav == null ? 0 : 1) + (mLive == null ? 0 : 1) + (mMic == null ? 0 : 1);
+        if (inputs != 1) throw new UsageException("give one of --wav, --live and --mic");
+    }
+
+    private static double seconds(String value) throws UsageException {
+        try {
+            double seconds = Double.parseDouble(value);
+            if (seconds > 0) return seconds;
+        } catch (NumberFormatException e) {
+            // said below
         }
+        throw new UsageException("--seconds needs a positive number, not " + value);
     }
 
     private int run(String[] args) throws UsageException, FailureException {
@@ -120,6 +138,12 @@ public final class WakeWordHost {
         if (mWav != null) {
             try {
                 wav = Wav.read(new File(mWav));
+                long promised = Wav.framesPromised(new File(mWav));
+                if (promised > wav.length) {
+                    System.err.printf("wakeword: %s is cut short: its header promises %.1f s, "
+                                    + "%.1f s are there; injecting what there is%n", mWav,
+                            promised / (double) Wav.RATE, wav.length / (double) Wav.RATE);
+                }
             } catch (IOException e) {
                 throw new FailureException(e.getMessage());
             }
@@ -138,21 +162,37 @@ public final class WakeWordHost {
                         + "); see " + mLog);
             }
             checkModel(core);
+            // Ctrl-C ends a live run: the JVM runs this hook and exits with 130.
+            Runtime.getRuntime().addShutdownHook(new Thread(() -> printSummary(" (interrupted)")));
+            setListening(true);
             if (wav != null) {
                 inject(core, wav);
             } else {
                 listen(core);
             }
-            System.out.printf("done      %d wake word%s and %d local command%s heard; service and "
-                            + "engine log: %s%n",
-                    mWakeWordsHeard.get(), mWakeWordsHeard.get() == 1 ? "" : "s",
-                    mCommandsHeard.get(), mCommandsHeard.get() == 1 ? "" : "s", mLog);
+            printSummary("");
             return 0;
         } finally {
+            setListening(false);
             core.nDestroyNativeService();
             audio.close();
             mMetadata.close();
         }
+    }
+
+    private synchronized void setListening(boolean listening) {
+        mListening = listening;
+    }
+
+    /** The last line, once: at the end of the input, or when Ctrl-C cuts it short. */
+    private synchronized void printSummary(String how) {
+        if (mSummaryPrinted || !mListening) return;
+        mSummaryPrinted = true;
+        System.out.printf("done      %d wake word%s and %d local command%s heard%s; service and "
+                        + "engine log: %s%n",
+                mWakeWordsHeard.get(), mWakeWordsHeard.get() == 1 ? "" : "s",
+                mCommandsHeard.get(), mCommandsHeard.get() == 1 ? "" : "s", how, mLog);
+        System.out.flush();
     }
 
     /** The names of the manifest's "wake" lines. */
@@ -222,17 +262,37 @@ public final class WakeWordHost {
     }
 
     private void listen(NativeWakeWordServiceCore core) throws FailureException {
-        String problem = HostControl.attachMicrophone(mLive, false);
-        if (problem != null) throw new FailureException(problem);
+        String source;
+        if (mMic != null) {
+            String problem = HostControl.attachAlsaMicrophone(mMic);
+            if (problem != null) throw new FailureException(problem);
+            source = "ALSA device " + mMic + " through the service's AudioRecord";
+        } else {
+            String[] input = HostControl.attachMicrophone(mLive, false);
+            if (input[0] != null) throw new FailureException(input[0]);
+            if (input[2] != null) System.err.println("wakeword: warning: " + input[2]);
+            source = (mLive.equals("-") ? "standard input" : mLive) + ", " + input[1];
+        }
         int status = core.nSetDetectorEnabled(true);
         if (status != 0) {
             throw new FailureException("detection did not start (status " + status + "); see "
                     + mLog);
         }
-        System.out.println("input     " + (mLive.equals("-") ? "standard input" : mLive)
-                + ", raw 16 kHz mono 16-bit PCM, live; say one of the wake words"
-                + (mLive.equals("-") ? " (Ctrl-C to stop)" : ""));
-        while (!HostControl.microphoneFinished()) pause(50);
+        boolean endless = mMic != null || mLive.equals("-");
+        System.out.println("input     " + source + ", live; say one of the wake words"
+                + (mSeconds > 0 ? String.format(" (for %.0f s)", mSeconds)
+                                : endless ? " (Ctrl-C to stop)" : ""));
+        long end = mSeconds > 0 ? System.nanoTime() + (long) (mSeconds * 1e9) : Long.MAX_VALUE;
+        while (System.nanoTime() < end && (mMic != null || !HostControl.microphoneFinished())) {
+            for (String event : HostControl.microphoneEvents()) {
+                // The service notices a recording that ended and starts a new one, which opens
+                // the device again: say both, as they happen.
+                System.out.println("input     " + event
+                        + (event.contains(" stopped: ") ? "; the service restarts the recording"
+                                                        : ""));
+            }
+            pause(50);
+        }
         core.nSetDetectorEnabled(false);
         finish(core);
     }

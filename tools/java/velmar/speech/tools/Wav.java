@@ -46,6 +46,18 @@ public final class Wav {
         }
     }
 
+    /**
+     * The frames a WAV file's header promises, or -1 when it does not say (a stream's header). A
+     * file cut short has fewer: {@link #read} returns what is there.
+     */
+    public static long framesPromised(File file) throws IOException {
+        try {
+            return AudioSystem.getAudioFileFormat(file).getFrameLength();
+        } catch (UnsupportedAudioFileException e) {
+            throw new IOException(file + " is not a WAV file");
+        }
+    }
+
     private static String describe(AudioFileFormat type, AudioFormat format) {
         return type.getType() + " " + format.getEncoding() + ", " + (int) format.getSampleRate()
                 + " Hz, " + format.getSampleSizeInBits() + "-bit, " + format.getChannels()
