@@ -9,7 +9,7 @@
 set -euo pipefail
 cd "$(dirname "$0")/.."
 bash scripts/setup.sh >/dev/null
-cmake -S . -B build -DCMAKE_BUILD_TYPE=RelWithDebInfo >/dev/null
+cmake -S . -B build -DCMAKE_BUILD_TYPE=RelWithDebInfo -DWWS_BUILD_TESTS=ON >/dev/null
 cmake --build build -j "$(nproc 2>/dev/null || echo 2)" --target engine_rtf_bench wakeword_bench \
     >/dev/null
 

@@ -21,6 +21,7 @@ done
 [ ${#targets[@]} -eq 0 ] && targets=(model_json model_attributes wav_injection manifest)
 
 bash scripts/setup.sh >/dev/null
+echo "fuzz: building the targets (build-fuzz/)"
 CC=clang CXX=clang++ cmake -S . -B build-fuzz -DWWS_FUZZ=ON -DWWS_BUILD_TESTS=OFF \
   -DWWS_SANITIZE=address,undefined -DCMAKE_BUILD_TYPE=RelWithDebInfo >/dev/null
 cmake --build build-fuzz -j "$(nproc 2>/dev/null || echo 2)" \
@@ -39,6 +40,7 @@ for name in "${targets[@]}"; do
   corpus=build-fuzz/corpus/$name findings=build-fuzz/findings/$name
   mkdir -p "$corpus" "$findings"
   log=build-fuzz/$name.log
+  echo "fuzz: $name: running (${limit[0]#-})"
   if ASAN_OPTIONS=detect_leaks=1 UBSAN_OPTIONS=print_stacktrace=1:halt_on_error=1 \
      "build-fuzz/fuzz/fuzz_$name" "${limit[@]}" "${options[@]}" -print_final_stats=1 \
        -artifact_prefix="$findings/" "$corpus" "fuzz/corpus/$name" >"$log" 2>&1; then

@@ -7,8 +7,10 @@ cd "$(dirname "$0")/.."
 buffers=${1:-1000000}
 cycles=${2:-1000}
 bash scripts/setup.sh >/dev/null
-cmake -S . -B build -DCMAKE_BUILD_TYPE=RelWithDebInfo >/dev/null
+echo "soak: building (build/)"
+cmake -S . -B build -DCMAKE_BUILD_TYPE=RelWithDebInfo -DWWS_BUILD_TESTS=ON >/dev/null
 cmake --build build -j "$(nproc 2>/dev/null || echo 2)" >/dev/null
+echo "soak: $buffers buffers per path, then $cycles services; each test prints its figures when it ends"
 WWS_JVM_OPTIONS="-Dsoak.buffers=$buffers -Dsoak.report=true -Dleak.cycles=$cycles" \
   ctest --test-dir build -R '^Java\.(SoakTest|LifecycleLeakTest)$' -V --timeout 3600 |
-  grep -E 'soak:|leak:|Test +#|tests passed|tests failed' | sed -E 's/^[0-9]+: //'
+  grep --line-buffered -E 'soak:|leak:|Test +#|tests passed|tests failed' | sed -u -E 's/^[0-9]+: //'

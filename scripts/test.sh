@@ -40,7 +40,8 @@ elapsed() { echo "$(( (SECONDS - start) / 60 )) min $(( (SECONDS - start) % 60 )
 build() {
   local dir=$1 sanitize=$2
   shift 2
-  cmake -S . -B "$dir" -DWWS_SANITIZE="$sanitize" -DCMAKE_BUILD_TYPE=RelWithDebInfo "$@" \
+  cmake -S . -B "$dir" -DWWS_SANITIZE="$sanitize" -DCMAKE_BUILD_TYPE=RelWithDebInfo \
+    -DWWS_BUILD_TESTS=ON "$@" \
     >/dev/null && cmake --build "$dir" -j "$jobs"
 }
 
@@ -65,7 +66,7 @@ stress() {
   stress-ng --cpu "$jobs" --timeout 3600 --quiet &
   local hog=$!
   for ((pass = 1; pass <= repeats; pass++)); do
-    echo "== stress pass $pass of $repeats, every core busy, at $(elapsed)"
+    echo "== stress pass $pass of $repeats ($step), every core busy, at $(elapsed)"
     if run_tests build; then
       passes=$((passes + 1))
     else
@@ -78,7 +79,10 @@ stress() {
   else summary+=("stress: FAILED in$failures"); fi
 }
 
+number=0
 for variant in "${variants[@]}"; do
+  number=$((number + 1))
+  step="variant $number of ${#variants[@]}"
   extra=()
   case "$variant" in
     default) dir=build;      sanitize="" ;;
@@ -86,18 +90,18 @@ for variant in "${variants[@]}"; do
     tsan)    dir=build-tsan; sanitize="thread"; extra=("${lean[@]}") ;;
     arm)     dir=build-arm;  sanitize=""
              extra=(-DCMAKE_TOOLCHAIN_FILE=cmake/armhf-toolchain.cmake "${lean[@]}") ;;
-    fuzz)    echo "== fuzz (30 s per target) at $(elapsed)"
+    fuzz)    echo "== fuzz ($step, 30 s per target) at $(elapsed)"
              if bash scripts/fuzz.sh 30; then summary+=("fuzz: passed")
              else summary+=("fuzz: FAILED (findings above)"); fi
              continue ;;
     stress)  stress; continue ;;
   esac
-  echo "== $variant build ($dir) at $(elapsed)"
+  echo "== $variant build ($step, in $dir) at $(elapsed)"
   if ! build "$dir" "$sanitize" ${extra[@]+"${extra[@]}"}; then
     summary+=("$variant: FAILED to build")
     continue
   fi
-  echo "== $variant tests at $(elapsed)"
+  echo "== $variant tests ($step) at $(elapsed)"
   if run_tests "$dir"; then summary+=("$variant: passed")
   else summary+=("$variant: FAILED: $failed"); fi
 done
