@@ -16,6 +16,7 @@ namespace {
 
 constexpr unsigned kLatencyUs = 100000;  // the device's buffer: 100 ms, ample for a 10 ms reader
 constexpr int kWaitStepMs = 50;          // how long one wait for the device may block
+constexpr size_t kMaxEvents = 64;        // events nobody collected: the oldest go first
 
 // alsa-lib prints its own diagnostics on stderr; a host program's user sees ours instead, and the
 // library's go to the log next to the service's.
@@ -73,7 +74,6 @@ std::string AlsaPcm::probe(const std::string& device) {
 
 status_t AlsaPcm::startCapture(uint32_t sampleRate, uint32_t channelCount) {
     if (channelCount == 0 || sampleRate == 0) return BAD_VALUE;
-    stopCapture();  // a recording that ended without stopping (cannot happen, but costs nothing)
     snd_pcm_t* pcm = nullptr;
     std::string why;
     int err = openCapture(mDevice, sampleRate, &pcm, &why);
@@ -83,6 +83,12 @@ status_t AlsaPcm::startCapture(uint32_t sampleRate, uint32_t channelCount) {
         return err == -ENOENT || err == -ENODEV ? NAME_NOT_FOUND : NO_INIT;
     }
     std::lock_guard<std::mutex> guard(mLock);
+    if (mPcm != nullptr) {  // one recording at a time, as a capture device allows
+        snd_pcm_close(pcm);
+        ALOGE("capture from '%s' is already open for another recording", mDevice.c_str());
+        return INVALID_OPERATION;
+    }
+    mLastEvent.clear();
     if (mOpens.fetch_add(1) > 0) mEvents.push_back("capture from '" + mDevice + "' opened again");
     mSamples.clear();
     mStop = false;
@@ -139,6 +145,10 @@ std::vector<std::string> AlsaPcm::events() {
 
 void AlsaPcm::note(const std::string& event) {
     std::lock_guard<std::mutex> guard(mLock);
+    // A device that stays away fails every restart the same way: once is news.
+    if (event == mLastEvent) return;
+    mLastEvent = event;
+    if (mEvents.size() >= kMaxEvents) mEvents.erase(mEvents.begin());
     mEvents.push_back(event);
 }
 

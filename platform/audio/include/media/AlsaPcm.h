@@ -40,6 +40,8 @@ class AlsaPcm : public PcmProducer {
     // used, else one line saying why (for a program to print before it starts a service).
     static std::string probe(const std::string& device);
 
+    // Opens the device: NAME_NOT_FOUND when it does not exist, NO_INIT when it cannot capture
+    // 16-bit mono at sampleRate, INVALID_OPERATION while another recording has it open.
     status_t startCapture(uint32_t sampleRate, uint32_t channelCount) override;
     void stopCapture() override;
     bool failed() const override;
@@ -68,6 +70,7 @@ class AlsaPcm : public PcmProducer {
     std::deque<int16_t> mSamples;   // mono frames read and not yet delivered
     bool mStop = false;             // the reader is asked to end
     std::vector<std::string> mEvents;
+    std::string mLastEvent;  // not noted twice in a row; cleared when the device opens
     std::thread mReader;  // started by startCapture(), joined by stopCapture()
     void* mPcm = nullptr;  // snd_pcm_t*, open from startCapture() to stopCapture()
 
