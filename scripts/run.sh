@@ -63,8 +63,7 @@ fi
 
 if [ -z "$input" ]; then
   args+=(--wav build/samples/utterance.wav)
-  echo "run: the sample utterance says \"$(cat build/samples/utterance.txt)\"; the default model set" \
-       "should hear two wake words and one local command in it"
+  echo "run: the sample says \"$(cat build/samples/utterance.txt)\": expect both wake words and STOP"
 fi
 
 exec java -Djava.library.path=build -cp build/wakewordservice.jar:build/wakeword-tools.jar \
