@@ -123,11 +123,7 @@ size_t AlsaPcm::produce(int16_t* dst, size_t maxFrames, uint32_t channelCount) {
     size_t frames;
     {
         std::lock_guard<std::mutex> guard(mLock);
-        frames = std::min(maxFrames, mSamples.size());
-        for (size_t f = 0; f < frames; ++f) {
-            for (uint32_t c = 0; c < channelCount; ++c) dst[f * channelCount + c] = mSamples[f];
-        }
-        mSamples.erase(mSamples.begin(), mSamples.begin() + static_cast<ptrdiff_t>(frames));
+        frames = internal::takeMono(&mSamples, dst, maxFrames, channelCount);
     }
     if (frames > 0) {
         mDelivered.fetch_add(frames);

@@ -161,11 +161,7 @@ size_t FdPcm::produce(int16_t* dst, size_t maxFrames, uint32_t channelCount) {
     size_t frames;
     {
         std::lock_guard<std::mutex> guard(mLock);
-        frames = std::min(maxFrames, mSamples.size());
-        for (size_t f = 0; f < frames; ++f) {
-            for (uint32_t c = 0; c < channelCount; ++c) dst[f * channelCount + c] = mSamples[f];
-        }
-        mSamples.erase(mSamples.begin(), mSamples.begin() + static_cast<ptrdiff_t>(frames));
+        frames = internal::takeMono(&mSamples, dst, maxFrames, channelCount);
         mDelivered += frames;
         if (mRecordTimes && frames > 0) {
             timespec now{};
@@ -313,6 +309,15 @@ sp<AudioRecord> lastRecording(audio_source_t source) {
 // ---------------------------------------------------------
 
 namespace internal {
+
+size_t takeMono(std::deque<int16_t>* mono, int16_t* dst, size_t maxFrames, uint32_t channelCount) {
+    size_t frames = std::min(maxFrames, mono->size());
+    for (size_t f = 0; f < frames; ++f) {
+        for (uint32_t c = 0; c < channelCount; ++c) dst[f * channelCount + c] = (*mono)[f];
+    }
+    mono->erase(mono->begin(), mono->begin() + static_cast<ptrdiff_t>(frames));
+    return frames;
+}
 
 void recordingCreated(AudioRecord* record, status_t* initStatus) {
     std::lock_guard<std::mutex> guard(state().lock);

@@ -170,8 +170,11 @@ int activeRecordings(audio_source_t source);
 // The most recently created recording on source (null when none).
 sp<AudioRecord> lastRecording(audio_source_t source);
 
-// Used by AudioRecord and AudioSystem.
+// Used by AudioRecord, AudioSystem and the producers.
 namespace internal {
+// Moves up to maxFrames mono samples from the front of mono into dst, each repeated in every one
+// of channelCount channels; returns how many frames it moved.
+size_t takeMono(std::deque<int16_t>* mono, int16_t* dst, size_t maxFrames, uint32_t channelCount);
 void recordingCreated(AudioRecord* record, status_t* initStatus);
 void recordingDestroyed(AudioRecord* record);
 status_t recordingStarting(AudioRecord* record);
