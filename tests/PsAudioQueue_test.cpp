@@ -1,15 +1,20 @@
 // The audio queue between pushing threads and a decoder thread: channel 0 of interleaved audio in
 // order with its indices, overflow dropped and counted, several producers at once, and a consumer
-// woken by a push.
+// woken by a push or a wake.
 #include <gtest/gtest.h>
+#include <sys/syscall.h>
+#include <unistd.h>
 
 #include <atomic>
 #include <chrono>
+#include <fstream>
 #include <map>
+#include <string>
 #include <thread>
 #include <vector>
 
 #include "AudioQueue.h"
+#include "Wait.h"
 
 using norvo_ps::AudioQueue;
 
@@ -112,33 +117,40 @@ TEST(PsAudioQueue, ConcurrentProducersLoseAndMixNothing) {
     EXPECT_EQ(static_cast<uint64_t>(kProducers * kPushes * kFrames), queue.queuedFrames());
 }
 
-TEST(PsAudioQueue, APushWakesTheSleepingConsumer) {
-    AudioQueue queue(8);
-    std::atomic<bool> woke{false};
-    auto started = std::chrono::steady_clock::now();
-    std::thread consumer([&] {
-        while (queue.front() == nullptr) queue.waitForData(20000);
-        woke = true;
-    });
-    std::this_thread::sleep_for(std::chrono::milliseconds(50));  // let it fall asleep
-    int16_t sample = 1;
-    queue.push(&sample, 1, 1, 0);
-    consumer.join();
-    EXPECT_TRUE(woke.load());
-    EXPECT_LT(std::chrono::steady_clock::now() - started, std::chrono::seconds(5));
+// Whether the thread sleeps in the kernel (its only way to sleep here is the queue's futex).
+bool sleeping(pid_t thread) {
+    std::ifstream stat("/proc/self/task/" + std::to_string(thread) + "/stat");
+    std::string line;
+    std::getline(stat, line);
+    return line.size() > line.rfind(')') + 2 && line[line.rfind(')') + 2] == 'S';
 }
 
-// A wake ends the wait whether it comes before the consumer waits or while it waits; a lost wake
-// would hold the consumer for the whole minute.
-TEST(PsAudioQueue, WakeEndsTheWaitWithoutAudio) {
-    AudioQueue queue(8);
-    auto started = std::chrono::steady_clock::now();
-    queue.wake();
-    queue.waitForData(60000);
-    std::thread consumer([&] { queue.waitForData(60000); });
-    queue.wake();
-    consumer.join();
-    EXPECT_LT(std::chrono::steady_clock::now() - started, std::chrono::seconds(30));
+// A push or a wake ends the wait of a consumer that sleeps, and a wake that comes before the wait
+// ends the next one: a lost wake would hold the consumer for the whole minute.
+TEST(PsAudioQueue, APushOrAWakeEndsTheWaitWhetherBeforeOrDuringIt) {
+    for (bool push : {true, false}) {
+        AudioQueue queue(8);
+        if (!push) queue.wake();
+        std::atomic<pid_t> consumer{0};
+        std::atomic<bool> woke{false};
+        const auto started = std::chrono::steady_clock::now();
+        std::thread thread([&] {
+            consumer = static_cast<pid_t>(syscall(SYS_gettid));
+            if (!push) queue.waitForData(60000);  // the earlier wake ends this one at once
+            queue.waitForData(60000);
+            woke = true;
+        });
+        ASSERT_TRUE(wws_test::waitFor([&] { return consumer != 0 && sleeping(consumer); }));
+        int16_t sample = 1;
+        if (push) {
+            queue.push(&sample, 1, 1, 0);
+        } else {
+            queue.wake();
+        }
+        thread.join();
+        EXPECT_TRUE(woke.load());
+        EXPECT_LT(std::chrono::steady_clock::now() - started, std::chrono::seconds(30)) << push;
+    }
 }
 
 }  // namespace
