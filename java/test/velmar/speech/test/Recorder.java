@@ -14,7 +14,7 @@ import velmar.speech.wakewordservice.NorvoDMSQuillanMetricData;
 import velmar.speech.wakewordservice.WakeWordServiceListener;
 import velmar.speech.wakewordservice.fingerprint.FingerprintResult;
 
-/** Records every callback with its arguments and the thread it arrived on. */
+// Records every callback with its arguments and the thread it arrived on.
 public class Recorder implements WakeWordServiceListener {
     public static final class Event {
         public final String name;
@@ -30,11 +30,11 @@ public class Recorder implements WakeWordServiceListener {
 
     private final List<Event> mEvents = new ArrayList<>();
     private final Map<String, LongAdder> mCounts = new ConcurrentHashMap<>();
-    /** When false, callbacks are only counted (count()), not kept: for runs of unbounded length. */
+    // When false, callbacks are only counted (count()), not kept: for runs of unbounded length.
     public volatile boolean keepEvents = true;
-    /** When set, every callback throws this after recording. */
+    // When set, every callback throws this after recording.
     public volatile RuntimeException throwOnCallback;
-    /** The idle time answered to the engine's question. */
+    // The idle time answered to the engine's question.
     public volatile long idleAnswer = -1;
 
     private void record(String name, Object... args) {
@@ -49,7 +49,7 @@ public class Recorder implements WakeWordServiceListener {
         if (toThrow != null) throw toThrow;
     }
 
-    /** Callbacks named name so far, kept or not. */
+    // Callbacks named name so far, kept or not.
     public long count(String name) {
         LongAdder count = mCounts.get(name);
         return count == null ? 0 : count.sum();
@@ -69,7 +69,7 @@ public class Recorder implements WakeWordServiceListener {
         return found;
     }
 
-    /** Waits up to 5 s for count events named name. */
+    // Waits up to 5 s for count events named name.
     public List<Event> await(String name, int count) throws InterruptedException {
         long deadline = System.currentTimeMillis() + 5000;
         synchronized (mEvents) {

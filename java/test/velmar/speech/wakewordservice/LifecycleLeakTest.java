@@ -11,10 +11,8 @@ import velmar.speech.test.FakeNorvo;
 import velmar.speech.test.NativeLog;
 import velmar.speech.test.ProcessStats;
 
-/**
- * A thousand services created and destroyed through the natives leave nothing behind: no global
- * reference keeps a Java object alive, no thread stays, memory does not grow.
- */
+// A thousand services created and destroyed through the natives leave nothing behind: no global
+// reference keeps a Java object alive, no thread stays, memory does not grow.
 class LifecycleLeakTest extends ServiceHarness {
     @Test
     void thousandCreateDestroyCycles() throws Exception {

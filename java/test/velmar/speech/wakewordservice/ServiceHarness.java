@@ -8,7 +8,7 @@ import velmar.speech.test.FakeNorvo;
 import velmar.speech.test.NativeLog;
 import velmar.speech.test.Recorder;
 
-/** One native service per test on the fake engine, torn down after it. */
+// One native service per test on the fake engine, torn down after it.
 abstract class ServiceHarness {
     static final String INPUT = "WakeWordService_input_decoder";
 

@@ -15,12 +15,10 @@ import velmar.speech.test.FakeNorvo;
 import velmar.speech.test.NativeLog;
 import velmar.speech.test.ProcessStats;
 
-/**
- * Everything at once: microphone and playback buffers as fast as they go while other threads
- * switch detection, models, properties and modes, inject files, and fire engine results into Java.
- * Afterwards both frame counters equal what reached the engine, and memory and threads are back.
- * The suite runs a short form; scripts/soak.sh runs 10^6 buffers (-Dsoak.buffers).
- */
+// Everything at once: microphone and playback buffers as fast as they go while other threads
+// switch detection, models, properties and modes, inject files, and fire engine results into Java.
+// Afterwards both frame counters equal what reached the engine, and memory and threads are back.
+// The suite runs a short form; scripts/soak.sh runs 10^6 buffers (-Dsoak.buffers).
 class SoakTest extends ServiceHarness {
     private static final String PLAYBACK = "WakeWordService_playback_decoder";
 
@@ -79,9 +77,9 @@ class SoakTest extends ServiceHarness {
         });
         Thread results = new Thread(() -> {
             for (int i = 0; !done.get(); i++) {
-                FakeNorvo.fireEnumerated(false, INPUT, "HEYVELMAR", "", i, i + 1, 0, 0,
-                        new byte[] {1, 2, 3}, 0);
-                FakeNorvo.fireMetrics(false, new String[] {"p", "s", "n", "v"}, 0, null);
+                FakeNorvo.fire("enumerated", new String[] {INPUT, "HEYVELMAR", ""},
+                        new double[] {i, i + 1}, new byte[] {1, 2, 3});
+                FakeNorvo.fire("metrics", new String[] {"p", "s", "n", "v"}, null, null);
             }
         });
         // Buffers go in chunks until the count, enough control rounds and enough results are
