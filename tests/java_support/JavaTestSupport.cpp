@@ -82,7 +82,10 @@ constexpr int64_t kNoCallback = INT64_MIN;
 void deliver(const std::string& kind, const Record& r, bool throughEngine, int64_t* result) {
     const norvo_fake::Callbacks c = norvo_fake::callbacks();
     auto pick = [throughEngine](auto engine, auto bridge) { return throughEngine ? engine : bridge; };
-    NorvoDataBlob blob{static_cast<uint32_t>(r.blob.size()), r.blob.empty() ? nullptr : r.blob.data()};
+    // An empty blob still points somewhere: only its size says that there is nothing.
+    static const uint8_t kNothing = 0;
+    NorvoDataBlob blob{static_cast<uint32_t>(r.blob.size()),
+                       r.blob.empty() ? &kNothing : r.blob.data()};
     auto run = [result](auto fn, auto... args) {
         if (fn == nullptr) return;
         fn(args...);
