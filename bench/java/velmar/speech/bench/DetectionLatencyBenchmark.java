@@ -11,18 +11,14 @@ import velmar.speech.tools.Wav;
 import velmar.speech.wakewordservice.NativeWakeWordServiceCore;
 import velmar.speech.wakewordservice.WakeWordServiceListener;
 
-/**
- * How long after a wake phrase ends Java hears of it. Wake phrases (flite clips from the build,
- * with pauses between them) play on the microphone source in real time, as a device's microphone
- * would deliver them: 20 ms buffers through the host AudioRecord, the service's capture path, the
- * engine's queue and decoder thread, the bridge, and the listener. For each phrase: the time the
- * listener was called minus the time the microphone delivered the phrase's last sample (the end of
- * its speech, trimmed of silence).
- *
- * <pre>
- * DetectionLatencyBenchmark --engine LIB --manifest FILE --clips DIR [--phrases N] [--log FILE]
- * </pre>
- */
+// How long after a wake phrase ends Java hears of it. Wake phrases (flite clips from the build,
+// with pauses between them) play on the microphone source in real time, as a device's microphone
+// would deliver them: 20 ms buffers through the host AudioRecord, the service's capture path, the
+// engine's queue and decoder thread, the bridge, and the listener. For each phrase: the time the
+// listener was called minus the time the microphone delivered the phrase's last sample (the end of
+// its speech, trimmed of silence).
+//
+// DetectionLatencyBenchmark --engine LIB --manifest FILE --clips DIR [--phrases N] [--log FILE]
 public final class DetectionLatencyBenchmark {
     private static final class Heard {
         final String keyword;

@@ -25,81 +25,70 @@ class ControlNativesTest extends ServiceHarness {
         return calls[calls.length - 1];
     }
 
+    private static final String BEFORE = " called before createNativeService.";
+
+    private static Object[] row(Supplier<Object> call, Object value, String... messages) {
+        return new Object[] {call, value, messages};
+    }
+
     @Test
     void everyNativeBeforeCreateReturnsItsNotCreatedValueAndSaysWhy() {
-        final Object[][] cases = {
-                // call, value, the messages it logs
-                {(Supplier<Object>) () -> core.nSetWWDetectionEnabled(true), 22,
-                        "setWWDetectionEnabled called before createNativeService."},
-                {(Supplier<Object>) () -> core.nSetWWDetectionEnabledForLpm(true, 1), 22,
-                        "setWWDetectionEnabledForLpm called before createNativeService."},
-                {(Supplier<Object>) () -> core.nSwitchNorvoModel("/m", new String[] {"A"}), -22,
-                        "switchNorvoModel called before createNativeService.",
-                        "Error switch Norvo Model. Error=-22"},
-                {(Supplier<Object>) () -> core.nInjectWaveFile("/a.wav", false), false,
-                        "injectWaveFile called before createNativeService."},
-                {(Supplier<Object>) () -> core.nSetNorvoProperty("p", 1), 22,
-                        "setNorvoProperty called before createNativeService."},
-                {(Supplier<Object>) () -> core.nOnCVEvent("{}", 1), 22,
-                        "onCVEvent called before createNativeService."},
-                {(Supplier<Object>) () -> core.nOnSpeakerLocalizationEvent("{}", 1, 2), 22,
-                        "onSpeakerLocalizationEvent called before createNativeService."},
-                {(Supplier<Object>) () -> core.nSetNorvoAcousticProperty("p", 1), 22,
-                        "setNorvoAcousticProperty called before createNativeService."},
-                {(Supplier<Object>) () -> core.nSetAudioEventDetectionMode(true), 22,
-                        "setAudioEventDetectionMode called before createNativeService."},
-                {(Supplier<Object>) () -> core.nSetNttDetectionMode(true, 1), 22,
-                        "setNttDetectionMode called before createNativeService."},
-                {(Supplier<Object>) () -> core.nSwitchNttModel("/n"), -22,
-                        "switchNttModel called before createNativeService.",
-                        "Error switching NTT Model. Error=-22"},
-                {(Supplier<Object>) () -> core.nSwitchPmaModel("/p"), -22,
-                        "switchPmaModel called before createNativeService.",
-                        "Error switch PMA Model. Error=-22"},
-                {(Supplier<Object>) () -> core.nEnablePlaybackDetector(), 0},
-                {(Supplier<Object>) () -> core.nResetAudioInput(), 22,
-                        "resetAudioInput called before createNativeService."},
-                {(Supplier<Object>) () -> core.nGetAudioPresenceData(), null,
-                        "getAudioPresenceData called before createNativeService."},
-                {(Supplier<Object>) () -> core.nGetInputFrameCount(), 0L,
-                        "getInputFrameCount called before createNativeService."},
-                {(Supplier<Object>) () -> core.nGetInputFrameTime(), 0L,
-                        "getInputFrameTime called before createNativeService."},
-                {(Supplier<Object>) () -> core.nGetPlaybackFrameCount(), 0L,
-                        "getPlaybackFrameCount called before createNativeService."},
-                {(Supplier<Object>) () -> core.nSetFingerprintDatabase("/db"), -22,
-                        "setFingerprintDatabase called before createNativeService.",
-                        "Error setting fingerprint database. Error=-22"},
-                {(Supplier<Object>) () -> core.nGetNorvoLibraryAttributes(), null,
-                        "getNorvoLibraryAttributes called before createNativeService."},
-                {(Supplier<Object>) () -> core.nGetWakeWordModelSetAttributes(), null,
-                        "getModelSetAttributes called before createNativeService."},
-                {(Supplier<Object>) () -> core.nGetAudioPresenceModelSetAttributes(), null,
-                        "getModelSetAttributes called before createNativeService."},
-                {(Supplier<Object>) () -> core.nGetNaturalTurnTakingModelSetAttributes(), null,
-                        "getNaturalTurnTakingModelSetAttributes called before createNativeService."},
-                {(Supplier<Object>) () -> core.nSetAedStaticModel("/s"), -22,
-                        "setAedStaticModel called before createNativeService.",
-                        "Error setting AED static directory path. Error=-22"},
-                {(Supplier<Object>) () -> core.nSetAedCustomModel("/c"), -22,
+        final Object[][] rows = {
+                row(() -> core.nSetWWDetectionEnabled(true), 22, "setWWDetectionEnabled" + BEFORE),
+                row(() -> core.nSetWWDetectionEnabledForLpm(true, 1), 22,
+                        "setWWDetectionEnabledForLpm" + BEFORE),
+                row(() -> core.nSwitchNorvoModel("/m", new String[] {"A"}), -22,
+                        "switchNorvoModel" + BEFORE, "Error switch Norvo Model. Error=-22"),
+                row(() -> core.nInjectWaveFile("/a.wav", false), false, "injectWaveFile" + BEFORE),
+                row(() -> core.nSetNorvoProperty("p", 1), 22, "setNorvoProperty" + BEFORE),
+                row(() -> core.nOnCVEvent("{}", 1), 22, "onCVEvent" + BEFORE),
+                row(() -> core.nOnSpeakerLocalizationEvent("{}", 1, 2), 22,
+                        "onSpeakerLocalizationEvent" + BEFORE),
+                row(() -> core.nSetNorvoAcousticProperty("p", 1), 22,
+                        "setNorvoAcousticProperty" + BEFORE),
+                row(() -> core.nSetAudioEventDetectionMode(true), 22,
+                        "setAudioEventDetectionMode" + BEFORE),
+                row(() -> core.nSetNttDetectionMode(true, 1), 22, "setNttDetectionMode" + BEFORE),
+                row(() -> core.nSwitchNttModel("/n"), -22, "switchNttModel" + BEFORE,
+                        "Error switching NTT Model. Error=-22"),
+                row(() -> core.nSwitchPmaModel("/p"), -22, "switchPmaModel" + BEFORE,
+                        "Error switch PMA Model. Error=-22"),
+                row(() -> core.nEnablePlaybackDetector(), 0),
+                row(() -> core.nResetAudioInput(), 22, "resetAudioInput" + BEFORE),
+                row(() -> core.nGetAudioPresenceData(), null, "getAudioPresenceData" + BEFORE),
+                row(() -> core.nGetInputFrameCount(), 0L, "getInputFrameCount" + BEFORE),
+                row(() -> core.nGetInputFrameTime(), 0L, "getInputFrameTime" + BEFORE),
+                row(() -> core.nGetPlaybackFrameCount(), 0L, "getPlaybackFrameCount" + BEFORE),
+                row(() -> core.nSetFingerprintDatabase("/db"), -22, "setFingerprintDatabase" + BEFORE,
+                        "Error setting fingerprint database. Error=-22"),
+                row(() -> core.nGetNorvoLibraryAttributes(), null,
+                        "getNorvoLibraryAttributes" + BEFORE),
+                row(() -> core.nGetWakeWordModelSetAttributes(), null,
+                        "getModelSetAttributes" + BEFORE),
+                row(() -> core.nGetAudioPresenceModelSetAttributes(), null,
+                        "getModelSetAttributes" + BEFORE),
+                row(() -> core.nGetNaturalTurnTakingModelSetAttributes(), null,
+                        "getNaturalTurnTakingModelSetAttributes" + BEFORE),
+                row(() -> core.nSetAedStaticModel("/s"), -22, "setAedStaticModel" + BEFORE,
+                        "Error setting AED static directory path. Error=-22"),
+                row(() -> core.nSetAedCustomModel("/c"), -22,
                         "velmar_speech_wakewordservice_WakeWordService_setAedCustomModel called "
                                 + "before getNativeService",
-                        "Error setting AED Custom Sounds config. Error=-22"},
-                {(Supplier<Object>) () -> core.nNotifyTtsState(true), 22,
-                        "notifyTtsState called before createNativeService."},
+                        "Error setting AED Custom Sounds config. Error=-22"),
+                row(() -> core.nNotifyTtsState(true), 22, "notifyTtsState" + BEFORE),
         };
-        for (Object[] c : cases) {
+        for (Object[] r : rows) {
             NativeLog.start();
-            Object value = ((Supplier<?>) c[0]).get();
-            assertEquals(c[1], value, c.length > 2 ? (String) c[2] : "nEnablePlaybackDetector");
-            for (int i = 2; i < c.length; i++) expectMessage((String) c[i]);
+            String[] messages = (String[]) r[2];
+            assertEquals(r[1], ((Supplier<?>) r[0]).get(), Arrays.toString(messages));
+            for (String message : messages) expectMessage(message);
         }
         core.nSetBacklogWatermarks(1, 2);
         core.nSetNorvoPriorities(3, 4);
         RuntimeException thrown = assertThrows(RuntimeException.class,
                 () -> core.nSetPushDataToPlaybackDetectorEnabled(true));
         assertEquals("setPushDataToPlaybackDetectorEnabled failure", thrown.getMessage());
-        expectMessage("setPushDataToPlaybackDetectorEnabled called before createNativeService.");
+        expectMessage("setPushDataToPlaybackDetectorEnabled" + BEFORE);
     }
 
     @Test

@@ -43,7 +43,7 @@ class RealEngineEndToEndTest {
     @BeforeEach
     void setUp() {
         recorder = new Recorder();
-        core = new NativeWakeWordServiceCore(recorder);
+        core = new NativeWakeWordServiceCore(recorder.listener);
         audio = new AudioStream(AudioStream.FORMAT_PCM_16_BIT, 16000, 1, 1 << 20);
         metadata = new AudioStream(AudioStream.FORMAT_PCM_16_BIT, 16000, 1, 1 << 16);
     }

@@ -3,10 +3,6 @@ package velmar.speech.wakewordservice;
 import static org.junit.jupiter.api.Assertions.*;
 
 import java.io.File;
-import java.io.FileOutputStream;
-import java.io.IOException;
-import java.nio.ByteBuffer;
-import java.nio.ByteOrder;
 import java.util.Map;
 import java.util.concurrent.atomic.AtomicBoolean;
 import java.util.concurrent.atomic.AtomicLong;
@@ -14,6 +10,7 @@ import org.junit.jupiter.api.Test;
 import velmar.speech.test.FakeNorvo;
 import velmar.speech.test.NativeLog;
 import velmar.speech.test.ProcessStats;
+import velmar.speech.tools.Wav;
 
 // Everything at once: microphone and playback buffers as fast as they go while other threads
 // switch detection, models, properties and modes, inject files, and fire engine results into Java.
@@ -21,21 +18,6 @@ import velmar.speech.test.ProcessStats;
 // The suite runs a short form; scripts/soak.sh runs 10^6 buffers (-Dsoak.buffers).
 class SoakTest extends ServiceHarness {
     private static final String PLAYBACK = "WakeWordService_playback_decoder";
-
-    private static File wav(int samples) throws IOException {
-        ByteBuffer data = ByteBuffer.allocate(44 + samples * 2).order(ByteOrder.LITTLE_ENDIAN);
-        data.put("RIFF".getBytes()).putInt(36 + samples * 2).put("WAVE".getBytes());
-        data.put("fmt ".getBytes()).putInt(16).putShort((short) 1).putShort((short) 1);
-        data.putInt(16000).putInt(32000).putShort((short) 2).putShort((short) 16);
-        data.put("data".getBytes()).putInt(samples * 2);
-        for (int i = 0; i < samples; i++) data.putShort((short) (i * 31));
-        File file = File.createTempFile("soak", ".wav");
-        file.deleteOnExit();
-        try (FileOutputStream out = new FileOutputStream(file)) {
-            out.write(data.array());
-        }
-        return file;
-    }
 
     @Test
     void everythingAtOnce() throws Exception {
@@ -52,7 +34,11 @@ class SoakTest extends ServiceHarness {
         FakeNorvo.setAudioPushesCountedOnly(true);
         NativeLog.discard();  // the capture would grow with the run
         final long address = nativeInstance();
-        final File file = wav(1600);
+        final File file = File.createTempFile("soak", ".wav");
+        file.deleteOnExit();
+        short[] ramp = new short[1600];
+        for (int i = 0; i < ramp.length; i++) ramp[i] = (short) (i * 31);
+        Wav.write(file, ramp);
         final AtomicBoolean done = new AtomicBoolean();
         final AtomicLong controlRounds = new AtomicLong();
 
@@ -134,20 +120,14 @@ class SoakTest extends ServiceHarness {
         final Map<String, Integer> threadsAfter = ProcessStats.libraryThreadsSettledAt(threadsBefore);
         final long resultsIntoJava = recorder.count("enumerated") + recorder.count("metrics");
         if (report) {
-            System.out.printf("soak: %d microphone and %d playback buffers in %.1f s "
-                            + "(%.0f buffers/s), %d control rounds, %d results into Java%n",
-                    microphoneBuffers, playbackBuffers.get(), seconds,
-                    (microphoneBuffers + playbackBuffers.get()) / seconds, controlRounds.get(),
-                    resultsIntoJava);
-            System.out.printf("soak: input frames %d (%d discontinuities), playback frames %d "
-                            + "(%d discontinuities)%n",
-                    input[1], input[2], played[1], played[2]);
-            System.out.printf("soak: native heap %+d kB (%+.0f kB per 10^6 buffers); resident "
-                            + "memory %d kB after warm-up, %d kB at the end (%+d kB, the JVM's "
-                            + "heap included); library threads %s before, %s after%n",
-                    heapGrownKb, heapGrownKb * 1e6 / (microphoneBuffers + playbackBuffers.get()),
-                    residentBefore, residentAfter, residentAfter - residentBefore, threadsBefore,
-                    threadsAfter);
+            System.out.printf("soak: %d microphone and %d playback buffers in %.1f s, %d control "
+                            + "rounds, %d results into Java; input frames %d (%d discontinuities), "
+                            + "playback frames %d (%d discontinuities); native heap %+d kB, resident "
+                            + "memory %+d kB (the JVM's heap included); library threads %s before, "
+                            + "%s after%n",
+                    microphoneBuffers, playbackBuffers.get(), seconds, controlRounds.get(),
+                    resultsIntoJava, input[1], input[2], played[1], played[2], heapGrownKb,
+                    residentAfter - residentBefore, threadsBefore, threadsAfter);
         }
         // Each path has one writer at a time: every push starts where the one before it ended.
         assertEquals(0, input[2], "input index jumps");
