@@ -122,13 +122,10 @@ class LoadAndCreateTest extends ServiceHarness {
 
     @Test
     void detectorSwitch() {
-        assertEquals(22, core.nSetDetectorEnabled(true));
-        assertTrue(NativeLog.contains(NativeLog.ERROR,
-                "setDetectorEnabled called before createNativeService."));
         assertEquals(0, create());
-        assertEquals(0, core.nSetDetectorEnabled(true));
-        assertTrue(core.nGetDetectorEnabled());
-        assertEquals(0, core.nSetDetectorEnabled(false));
-        assertFalse(core.nGetDetectorEnabled());
+        for (boolean enabled : new boolean[] {true, false}) {
+            assertEquals(0, core.nSetDetectorEnabled(enabled));
+            assertEquals(enabled, core.nGetDetectorEnabled());
+        }
     }
 }
