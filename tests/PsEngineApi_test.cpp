@@ -134,23 +134,12 @@ class PsEngineApi : public ::testing::Test {
         NorvoApi_SetMetricsCallback(nullptr);
         NorvoApi_SetLoggingCallback(nullptr);
         gRecorder = nullptr;
-        for (const std::string& file : mFiles) unlink(file.c_str());
     }
 
     void createDefault(uint32_t channels = 1) {
         ASSERT_EQ(NORVO_SUCCESS, NorvoModelSet_New(kModelSet, WWS_DEFAULT_MANIFEST, ""));
         ASSERT_EQ(NORVO_SUCCESS, NorvoDecoder_NewSpotterAudioDecoder(kInput, kModelSet, "norvo",
                                                                      format(channels), "{}"));
-    }
-
-    std::string writeManifest(const std::string& keywords) {
-        char name[] = "/tmp/ps-engine-XXXXXX";
-        close(mkstemp(name));
-        std::ofstream(name) << "acoustic-model /usr/share/pocketsphinx/model/en-us/en-us\n"
-                               "dictionary /usr/share/pocketsphinx/model/en-us/cmudict-en-us.dict\n"
-                            << keywords;
-        mFiles.push_back(name);
-        return name;
     }
 
     std::vector<Heard> waitHeard(size_t count) {
@@ -169,28 +158,16 @@ class PsEngineApi : public ::testing::Test {
     }
 
     Recorder mRecorder;
-    std::vector<std::string> mFiles;
 };
 
 TEST_F(PsEngineApi, ModelSetAttributesArriveBeforeTheGetterReturns) {
     ASSERT_EQ(NORVO_SUCCESS, NorvoModelSet_New(kModelSet, WWS_DEFAULT_MANIFEST, ""));
     std::string attributes;
-    ASSERT_EQ(NORVO_SUCCESS,
-              NorvoModelSet_GetModelSetAttributes(
-                      kModelSet,
-                      [](const char* json, void* user) { *static_cast<std::string*>(user) = json; },
-                      &attributes));
+    auto keep = [](const char* json, void* user) { *static_cast<std::string*>(user) = json; };
+    ASSERT_EQ(NORVO_SUCCESS, NorvoModelSet_GetModelSetAttributes(kModelSet, keep, &attributes));
     EXPECT_EQ(0u, attributes.find("{\"model_attributes\":[{\"model_id\":\"norvo\","));
-    EXPECT_NE(std::string::npos,
-              attributes.find("\"supported-keyword-list\":[\"STOP\",\"CANCEL\",\"SNOOZE\","
-                              "\"PURPLE_ELEPHANT\",\"ORANGE_BICYCLE\"]"));
     EXPECT_EQ(std::string::npos, attributes.find("\"ntt\""));  // not a unified model
-    EXPECT_EQ(NORVO_PS_NOT_FOUND, NorvoModelSet_GetModelSetAttributes(
-                                          "other", [](const char*, void*) {}, nullptr));
-    // The library's own description names this engine and stays put.
-    const char* library = NorvoApi_GetAttributes();
-    EXPECT_EQ(library, NorvoApi_GetAttributes());
-    EXPECT_EQ(0u, std::string(library).find("{\"engine\":\"norvo-pocketsphinx\""));
+    EXPECT_EQ(NORVO_PS_NOT_FOUND, NorvoModelSet_GetModelSetAttributes("other", keep, nullptr));
 }
 
 TEST_F(PsEngineApi, ABadManifestFailsWithItsStatusAndOneErrorLineNeverFatally) {
@@ -200,10 +177,6 @@ TEST_F(PsEngineApi, ABadManifestFailsWithItsStatusAndOneErrorLineNeverFatally) {
             logged("2 norvo-pocketsphinx: model set 'WakeWordService_modelset' not created "
                    "(status 6): cannot read manifest '/nonexistent/norvo.manifest': No such "
                    "file or directory"));
-    EXPECT_EQ(NORVO_PS_UNKNOWN_WORD,
-              NorvoModelSet_New(kModelSet, writeManifest("wake HEY 1e-20 hey velmar\n").c_str(), ""));
-    EXPECT_EQ(NORVO_PS_MANIFEST_MALFORMED,
-              NorvoModelSet_New(kModelSet, writeManifest("wake HEY 1e-20\n").c_str(), ""));
     // The service tries the default NTT model when it switches to a model without NTT: 1 would be
     // fatal to it.
     EXPECT_EQ(NORVO_PS_MANIFEST_UNREADABLE,
@@ -237,12 +210,7 @@ TEST_F(PsEngineApi, DecodersAndOperationsItCannotServeAreRefusedWithTheirStatus)
               NorvoDecoder_NewSpotterAudioDecoder(
                       kPlayback, kModelSet, "norvo", format(1),
                       "{\"keyword\":{\"enabled-keyword-list\":[\"STOP\",\"HELLO_COMPUTER\"]}}"));
-    EXPECT_TRUE(
-            logged("2 norvo-pocketsphinx: decoder 'WakeWordService_playback_decoder' not created "
-                   "(status 10): enabled keyword 'HELLO_COMPUTER' is not a keyword of model "
-                   "set 'WakeWordService_modelset' for keyword set 'norvo' (it has "
-                   "PURPLE_ELEPHANT, ORANGE_BICYCLE, STOP, CANCEL, SNOOZE)"));
-    EXPECT_EQ(NORVO_PS_NOT_FOUND, NorvoDecoder_Delete(kPlayback));
+    EXPECT_EQ(NORVO_PS_NOT_FOUND, NorvoDecoder_Delete(kPlayback));  // a failed decoder is gone
     NorvoNttEvent ntt{0, 1, 2, "{}", 3};
     const std::pair<NorvoStatus, NorvoStatus> cases[] = {
             {NORVO_PS_UNSUPPORTED_AUDIO_FORMAT,
@@ -482,23 +450,6 @@ TEST_F(PsEngineApi, DecodersComeAndGoWhileAudioThreadsPush) {
     stop = true;
     for (std::thread& pusher : pushers) pusher.join();
     EXPECT_EQ(0, unexpected.load());
-}
-
-TEST_F(PsEngineApi, ClientEventsAreKeptForAnyDecoderId) {
-    NorvoClientEvent events[] = {{"NearMissEnabled", 1}, {"AudioPlayerState", 0}};
-    NorvoClientEventBatch batch{2, events};
-    // The service sends these before (or without) a decoder of that id.
-    EXPECT_EQ(NORVO_SUCCESS, NorvoDecoder_PushClientEvents(kInput, &batch, 1));
-    NorvoClientEvent later{"NearMissEnabled", 0};
-    NorvoClientEventBatch second{1, &later};
-    EXPECT_EQ(NORVO_SUCCESS, NorvoDecoder_PushClientEvents(kInput, &second, 1));
-    EXPECT_EQ((std::map<std::string, int64_t>{{"AudioPlayerState", 0}, {"NearMissEnabled", 0}}),
-              norvo_ps::clientEvents(kInput));
-    NorvoClientEvent unnamed{nullptr, 1};
-    NorvoClientEventBatch bad{1, &unnamed};
-    EXPECT_EQ(NORVO_PS_INVALID_ARGUMENT, NorvoDecoder_PushClientEvents(kInput, &bad, 1));
-    EXPECT_EQ(NORVO_SUCCESS, NorvoApi_SetClientLookaheadMetadata("{ \"device_type\":\"host\"}"));
-    EXPECT_EQ("{ \"device_type\":\"host\"}", norvo_ps::lookaheadMetadata());
 }
 
 }  // namespace

@@ -248,11 +248,13 @@ JNIEXPORT jobjectArray JNICALL Java_velmar_speech_test_FakeNorvo_calls(JNIEnv* e
 
 // ---- FakeNorvo: engine records delivered to the bridge ----------------------------------------
 
+// thread: 0 the input decoder's (through the callback the service registered with the engine), 1
+// this Java thread, 2 a new native thread (both straight to the bridge's function). See
+// FakeNorvo.java for the record and the result.
 JNIEXPORT jlong JNICALL Java_velmar_speech_test_FakeNorvo_fire(JNIEnv* env, jclass, jstring kind,
                                                                jobjectArray texts,
                                                                jdoubleArray numbers,
-                                                               jbyteArray blob,
-                                                               jboolean throughEngine) {
+                                                               jbyteArray blob, jint thread) {
     Record record;
     for (jsize i = 0; texts != nullptr && i < env->GetArrayLength(texts); ++i) {
         auto element = static_cast<jstring>(env->GetObjectArrayElement(texts, i));
@@ -268,54 +270,25 @@ JNIEXPORT jlong JNICALL Java_velmar_speech_test_FakeNorvo_fire(JNIEnv* env, jcla
     record.blob = bytes(env, blob);
     const std::string name = text(env, kind);
     int64_t result = kNoCallback;
-    if (!throughEngine) {
-        deliver(name, record, false, &result);
-        return result;
-    }
-    // As an engine would: on its decoder thread.
-    onDecoderThread("", [&] { deliver(name, record, true, &result); });
-    return result;
-}
-
-// Calls one of the bridge's engine-facing callbacks (named as the Java recorder names its event)
-// with a plain record: on the calling Java thread, or on a new native thread, as an engine would.
-// Returns -1 for an unknown name; on the Java thread the number of local references the callback
-// left behind (-2 when they cannot be counted); on a native thread 1 when it was left attached to
-// the VM, else 0.
-JNIEXPORT jint JNICALL Java_velmar_speech_test_FakeNorvo_callBridgeDirectly(JNIEnv* env, jclass,
-                                                                           jstring kind,
-                                                                           jboolean onNativeThread) {
-    const std::string name = text(env, kind);
-    Record record;
-    record.texts = {kInputDecoder, "K", "d", "e", "k", "v"};
-    record.isNull.assign(record.texts.size(), false);
-    record.numbers = {0, 0, 1, 0, 1};  // valid for every kind: type 0, mode 0
-    record.blob = {1, 2};
-    auto call = [&] {
-        int64_t result = kNoCallback;
-        deliver(name, record, false, &result);
-        return result != kNoCallback;
-    };
     JavaVM* vm = nullptr;
     env->GetJavaVM(&vm);
-    if (!onNativeThread) {
+    if (thread == 0) {
+        onDecoderThread("", [&] { deliver(name, record, true, &result); });
+    } else if (thread == 1) {
         // This thread stays attached: whatever the callback did not release is still held here.
         const int before = wws_test::liveLocalReferences(vm);
-        if (!call()) return -1;
+        deliver(name, record, false, &result);
         const int after = wws_test::liveLocalReferences(vm);
-        return before < 0 || after < 0 ? -2 : after - before;
+        if (result != kNoCallback) result = before < 0 || after < 0 ? -2 : after - before;
+    } else {
+        std::thread([&] {
+            deliver(name, record, false, &result);
+            JNIEnv* attached = nullptr;
+            const bool detached =
+                    vm->GetEnv(reinterpret_cast<void**>(&attached), JNI_VERSION_1_4) == JNI_EDETACHED;
+            if (result != kNoCallback) result = detached ? 0 : 1;
+        }).join();
     }
-    jint result = 0;
-    std::thread([&] {
-        if (!call()) {
-            result = -1;
-            return;
-        }
-        JNIEnv* attached = nullptr;
-        result = vm->GetEnv(reinterpret_cast<void**>(&attached), JNI_VERSION_1_4) == JNI_EDETACHED
-                         ? 0
-                         : 1;
-    }).join();
     return result;
 }
 
@@ -402,34 +375,6 @@ JNIEXPORT jint JNICALL Java_velmar_speech_test_FakeNorvo_callJniOnLoad(JNIEnv* e
     JavaVM* vm = nullptr;
     env->GetJavaVM(&vm);
     return onLoad(vm, nullptr);
-}
-
-// The service's constructor arguments as they landed, "name=value" joined with ';'.
-JNIEXPORT jstring JNICALL Java_velmar_speech_test_FakeNorvo_describeService(JNIEnv* env, jclass,
-                                                                           jlong address) {
-    auto* s = reinterpret_cast<velmar::WakeWordService*>(static_cast<uintptr_t>(address));
-    if (s == nullptr) return env->NewStringUTF("");
-    std::string d;
-    auto add = [&d](const std::string& name, const std::string& value) {
-        d += name + "=" + value + ";";
-    };
-    add("package", android::String8(s->mPackageName).c_str());
-    add("oneMic", std::to_string(s->mOneMicEnabled));
-    add("oneMicStream", s->mOneMicAudioStream == nullptr ? "null" : "set");
-    add("aedStatic", s->mAedStaticModelManifestPath);
-    add("ntt", s->mNttModelPath);
-    add("pma", s->mPmaModelPath);
-    add("aedCustom", s->mAedCustomModelPath);
-    add("wakeWordCount", std::to_string(s->mWakeWordCount));
-    add("flags", std::to_string(s->mPlaybackViaAudioRecord) + std::to_string(s->mSuppressPlaybackAtInit) +
-                         std::to_string(s->mAedAvailable) + std::to_string(s->mNearMissEnabled) +
-                         std::to_string(s->mThreeChannelInput) + std::to_string(s->mNttEnabled) +
-                         std::to_string(s->mPreloadNttModel));
-    add("ints", std::to_string(s->mDecoderThreadPriority) + "," +
-                        std::to_string(s->mAudioRecordFrameCount) + "," +
-                        std::to_string(s->mLocalTimeOffset) + "," + std::to_string(s->mTtsStreamType));
-    add("initStatus", std::to_string(s->mInitStatus));
-    return env->NewStringUTF(d.c_str());
 }
 
 }  // extern "C"

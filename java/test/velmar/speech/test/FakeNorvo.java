@@ -15,10 +15,15 @@ public final class FakeNorvo {
     // Recorded calls of op, each as its arguments joined with '|'.
     public static native String[] calls(String op);
 
-    // Hands one engine record of the given kind (named as Recorder names its event) to the
-    // callback the service registered with the engine, on the input decoder's thread; or, with
-    // throughEngine false, to the bridge's own function on this thread. Returns Long.MIN_VALUE when
-    // there is no callback; else 0, or for "flIdle" the idle time the record holds afterwards.
+    // Threads fire() hands a record over on.
+    public static final int ENGINE = 0, JAVA = 1, NATIVE = 2;
+
+    // Hands one engine record of the given kind (named as Recorder names its event) over: on the
+    // input decoder's thread (ENGINE) to the callback the service registered with the engine, or
+    // straight to the bridge's own function on this thread (JAVA) or a new native thread (NATIVE).
+    // Returns Long.MIN_VALUE when there is no callback. Else on ENGINE 0, or for "flIdle" the idle
+    // time the record holds afterwards; on JAVA the local references the callback left on this
+    // thread (-2: they cannot be counted); on NATIVE 1 when it left the thread attached, else 0.
     //   enumerated, localCommand: texts decoder, keyword, detail; numbers begin, end, detailValue,
     //       detectionType, tail
     //   presence: texts decoder, event name; numbers begin, end, detectionType, flag
@@ -28,18 +33,20 @@ public final class FakeNorvo {
     //       name, value, ...; numbers type
     //   flEvent, flUnsecured: texts model set, model, json, application; numbers eventType (-100:
     //       no event record), scale; blob the data.  flIdle: texts model set, model; numbers seconds
-    //   aedStatic, aedCustom, nttDecoder, pmaDecoder (bridge only): numbers started (1 or 0)
+    //   aedStatic, aedCustom, nttDecoder, pmaDecoder (not ENGINE): numbers started (1 or 0)
     public static native long fire(String kind, String[] texts, double[] numbers, byte[] blob,
-            boolean throughEngine);
+            int thread);
 
     public static long fire(String kind, String[] texts, double[] numbers, byte[] blob) {
-        return fire(kind, texts, numbers, blob, true);
+        return fire(kind, texts, numbers, blob, ENGINE);
     }
 
-    // Calls one bridge callback with a plain record, on this thread or on a new native thread.
-    // -1: unknown name. On this thread: the local references the callback left behind (-2: they
-    // cannot be counted). On a native thread: 1 when the thread stayed attached, else 0.
-    public static native int callBridgeDirectly(String kind, boolean onNativeThread);
+    // A plain record that every kind takes as valid (type 0, mode 0), handed to the bridge.
+    public static long fireBridge(String kind, int thread) {
+        return fire(kind, new String[] {"WakeWordService_input_decoder", "K", "d", "e", "k", "v"},
+                new double[] {0, 0, 1, 0, 1}, new byte[] {1, 2}, thread);
+    }
+
     public static native int callJniOnLoad();
     // Pushes are only tallied from now on (no record, constant memory).
     public static native void setAudioPushesCountedOnly(boolean counted);
@@ -57,5 +64,4 @@ public final class FakeNorvo {
     public static native void callWithExceptionPending();
     // Creates count local references and keeps them; returns how many more the thread holds.
     public static native int localReferencesLeftBy(int count);
-    public static native String describeService(long address);
 }

@@ -68,7 +68,7 @@ class ResultCallbacksTest extends ServiceHarness {
         // The decoder-status callbacks call the start or the stop method.
         for (String kind : new String[] {"aedStatic", "aedCustom", "nttDecoder", "pmaDecoder"}) {
             for (boolean started : new boolean[] {true, false}) {
-                FakeNorvo.fire(kind, null, numbers(started ? 1 : 0), null, false);
+                FakeNorvo.fire(kind, null, numbers(started ? 1 : 0), null, FakeNorvo.JAVA);
                 List<Event> events = recorder.named(kind);
                 assertEquals(started, events.get(events.size() - 1).args[0], kind);
             }
@@ -232,7 +232,7 @@ class ResultCallbacksTest extends ServiceHarness {
                 int before = recorder.named(kind).size();
                 // On a Java thread a pending exception would surface here, thrown by the native
                 // call; the number is of local references the callback left on this thread.
-                assertDoesNotThrow(() -> assertEquals(0, FakeNorvo.callBridgeDirectly(kind, false),
+                assertDoesNotThrow(() -> assertEquals(0, FakeNorvo.fireBridge(kind, FakeNorvo.JAVA),
                         kind + ": local references left"), kind);
                 assertEquals(before + 1, recorder.named(kind).size(), kind);
             }
@@ -245,8 +245,8 @@ class ResultCallbacksTest extends ServiceHarness {
             if (destroyed) assertTrue(core.nDestroyNativeService());
             for (String kind : CALLBACKS) {
                 int before = recorder.named(kind).size();
-                assertEquals(0, FakeNorvo.callBridgeDirectly(kind, true), kind);
-                if (destroyed) assertEquals(0, FakeNorvo.callBridgeDirectly(kind, false), kind);
+                assertEquals(0, FakeNorvo.fireBridge(kind, FakeNorvo.NATIVE), kind);
+                if (destroyed) assertEquals(0, FakeNorvo.fireBridge(kind, FakeNorvo.JAVA), kind);
                 assertEquals(before + (destroyed ? 0 : 1), recorder.named(kind).size(), kind);
             }
         }

@@ -42,8 +42,15 @@ class SoakTest extends ServiceHarness {
         final AtomicBoolean done = new AtomicBoolean();
         final AtomicLong controlRounds = new AtomicLong();
 
-        // Warm-up before the memory baseline: a tenth of the run.
+        // Warm-up before the memory baseline: a tenth of the run, and results enough for the JVM
+        // to have compiled their path (its compilers take malloc memory of their own).
         FakeNorvo.deliverBuffers(address, false, buffers / 10, 160);
+        final Runnable fireResults = () -> {
+            FakeNorvo.fire("enumerated", new String[] {INPUT, "HEYVELMAR", ""},
+                    new double[] {1, 2}, new byte[] {1, 2, 3});
+            FakeNorvo.fire("metrics", new String[] {"p", "s", "n", "v"}, null, null);
+        };
+        for (int i = 0; i < buffers / 10; i++) fireResults.run();
         ProcessStats.settle();
         final long residentBefore = ProcessStats.residentKb();
         final long heapBefore = FakeNorvo.nativeHeapInUse();
@@ -62,18 +69,14 @@ class SoakTest extends ServiceHarness {
             }
         });
         Thread results = new Thread(() -> {
-            for (int i = 0; !done.get(); i++) {
-                FakeNorvo.fire("enumerated", new String[] {INPUT, "HEYVELMAR", ""},
-                        new double[] {i, i + 1}, new byte[] {1, 2, 3});
-                FakeNorvo.fire("metrics", new String[] {"p", "s", "n", "v"}, null, null);
-            }
+            while (!done.get()) fireResults.run();
         });
         // Buffers go in chunks until the count, enough control rounds and enough results are
         // reached, so that every kind of change lands between buffers many times over and a leak
         // per result would show in the heap.
         final int chunk = 500;
         final long rounds = Math.max(40, buffers / 2000);
-        final long resultsWanted = buffers / 20;
+        final long resultsWanted = recorder.count("metrics") + buffers / 20;
         final AtomicLong playbackBuffers = new AtomicLong();
         Thread playback = new Thread(() -> {
             while (playbackBuffers.get() < buffers || controlRounds.get() < rounds
