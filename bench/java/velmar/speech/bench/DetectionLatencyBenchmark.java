@@ -20,19 +20,7 @@ import velmar.speech.wakewordservice.WakeWordServiceListener;
 //
 // DetectionLatencyBenchmark --engine LIB --manifest FILE --clips DIR [--phrases N] [--log FILE]
 public final class DetectionLatencyBenchmark {
-    private static final class Heard {
-        final String keyword;
-        final long begin;
-        final long end;
-        final long nanos;
-
-        Heard(String keyword, long begin, long end, long nanos) {
-            this.keyword = keyword;
-            this.begin = begin;
-            this.end = end;
-            this.nanos = nanos;
-        }
-    }
+    private record Heard(String keyword, long begin, long end, long nanos) {}
 
     public static void main(String[] args) throws Exception {
         String engine = null, manifest = null, clips = null, log = "latency-benchmark.log";
@@ -99,8 +87,8 @@ public final class DetectionLatencyBenchmark {
             Heard match = null;
             synchronized (heard) {
                 for (Heard h : heard) {
-                    if (h.keyword.equals(expected.get(i)) && h.begin <= range[1] + 3200
-                            && range[0] - 3200 <= h.end) {
+                    if (h.keyword().equals(expected.get(i)) && h.begin() <= range[1] + 3200
+                            && range[0] - 3200 <= h.end()) {
                         match = h;
                     }
                 }
@@ -110,7 +98,7 @@ public final class DetectionLatencyBenchmark {
                 missed++;
                 continue;
             }
-            latencies.add((match.nanos - delivered) / 1e6);
+            latencies.add((match.nanos() - delivered) / 1e6);
         }
         Collections.sort(latencies);
         System.out.printf("heard %d of %d; latency from the end of the phrase to the Java "
