@@ -35,42 +35,26 @@ std::vector<Popped> drain(AudioQueue& queue) {
     return cells;
 }
 
-TEST(PsAudioQueue, KeepsChannelZeroInOrderWithTheIndexOfEachCell) {
-    AudioQueue queue(8);
+TEST(PsAudioQueue, KeepsChannelZeroInOrderWithItsIndicesAndDropsAndCountsWhatDoesNotFit) {
+    AudioQueue queue(2);  // 512 frames
     std::vector<int16_t> interleaved;
     for (int frame = 0; frame < 600; ++frame) {
-        interleaved.push_back(static_cast<int16_t>(frame));  // channel 0
-        interleaved.push_back(-1);
-        interleaved.push_back(-2);
+        interleaved.insert(interleaved.end(), {static_cast<int16_t>(frame), -1, -2});
     }
-    EXPECT_EQ(600u, queue.push(interleaved.data(), 600, 3, 5000));
-    std::vector<Popped> cells = drain(queue);
-    ASSERT_EQ(3u, cells.size());
-    EXPECT_EQ(5000, cells[0].firstFrame);
-    EXPECT_EQ(5000 + 256, cells[1].firstFrame);
-    EXPECT_EQ(5000 + 512, cells[2].firstFrame);
-    EXPECT_EQ(88u, cells[2].samples.size());
-    std::vector<int16_t> all;
-    for (const Popped& cell : cells)
-        all.insert(all.end(), cell.samples.begin(), cell.samples.end());
-    for (int frame = 0; frame < 600; ++frame) ASSERT_EQ(frame, all[frame]) << frame;
-    EXPECT_EQ(600u, queue.queuedFrames());
-    EXPECT_EQ(0u, queue.droppedFrames());
-}
-
-TEST(PsAudioQueue, WhatDoesNotFitIsDroppedAndCountedAndRoomComesBack) {
-    AudioQueue queue(2);  // 512 frames
-    std::vector<int16_t> mono(600, 7);
-    EXPECT_EQ(512u, queue.push(mono.data(), 600, 1, 0));
-    EXPECT_EQ(0u, queue.push(mono.data(), 10, 1, 600));
+    EXPECT_EQ(512u, queue.push(interleaved.data(), 600, 3, 5000));
+    EXPECT_EQ(0u, queue.push(interleaved.data(), 10, 3, 5600));
     EXPECT_EQ(98u, queue.droppedFrames());
     EXPECT_EQ(2u, queue.overflowPushes());
     EXPECT_EQ(512u, queue.queuedFrames());
-    // The frames that made it are the first ones, with their own indices.
+    // The frames that made it are the first ones, each cell with the index of its first frame.
     std::vector<Popped> cells = drain(queue);
     ASSERT_EQ(2u, cells.size());
-    EXPECT_EQ(256, cells[1].firstFrame);
-    EXPECT_EQ(10u, queue.push(mono.data(), 10, 1, 700));
+    for (size_t c = 0; c < 2; ++c) {
+        EXPECT_EQ(5000 + 256 * static_cast<int64_t>(c), cells[c].firstFrame);
+        for (size_t i = 0; i < 256; ++i) ASSERT_EQ(256 * c + i, cells[c].samples.at(i));
+    }
+    // Room comes back.
+    EXPECT_EQ(10u, queue.push(interleaved.data(), 10, 3, 5610));
     ASSERT_EQ(1u, drain(queue).size());
 }
 

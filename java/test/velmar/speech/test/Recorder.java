@@ -1,45 +1,34 @@
 package velmar.speech.test;
 
-import java.lang.reflect.Proxy;
 import java.util.ArrayList;
 import java.util.List;
 import java.util.Map;
 import java.util.concurrent.ConcurrentHashMap;
 import java.util.concurrent.atomic.LongAdder;
+import java.util.function.Predicate;
+import velmar.speech.federatedlearning.FederatedLearningEvent;
 import velmar.speech.federatedlearning.FederatedLearningIdleDetectionResult;
+import velmar.speech.federatedlearning.FederatedLearningUnsecuredEvent;
+import velmar.speech.wakewordservice.NorvoDMSMetricData;
 import velmar.speech.wakewordservice.NorvoDMSQuillanMetricData;
 import velmar.speech.wakewordservice.WakeWordServiceListener;
+import velmar.speech.wakewordservice.fingerprint.FingerprintResult;
 
-// Records every listener call with its arguments and the thread it arrived on, under a short event
-// name: "enumerated", "presence", "localCommand", "ntt", "endOfSpeech", "json", "aedStatic",
-// "aedCustom", "nttDecoder", "pmaDecoder", "metrics", "quillanMetrics", "flEvent",
-// "flUnsecured", "flIdle", "fingerprint".
-public class Recorder {
+// Records every callback with its arguments and the thread it arrived on.
+public class Recorder implements WakeWordServiceListener {
     public static final class Event {
         public final String name;
         public final Object[] args;
-        public final long threadId = Thread.currentThread().getId();
+        public final long threadId;
 
         Event(String name, Object[] args) {
             this.name = name;
             this.args = args;
+            this.threadId = Thread.currentThread().getId();
         }
     }
 
-    private static final Map<String, String> NAMES = Map.ofEntries(
-            Map.entry("onEnumeratedResult", "enumerated"),
-            Map.entry("onAudioPresenceDetectionResult", "presence"),
-            Map.entry("onLocalCommandResult", "localCommand"), Map.entry("onNttResult", "ntt"),
-            Map.entry("onNttEndOfSpeechResult", "endOfSpeech"),
-            Map.entry("onUtteranceJsonAvailable", "json"),
-            Map.entry("onAedStaticDecoder", "aedStatic"),
-            Map.entry("onAedCustomDecoder", "aedCustom"), Map.entry("onNttDecoder", "nttDecoder"),
-            Map.entry("onPmaDecoder", "pmaDecoder"), Map.entry("onMetrics", "metrics"),
-            Map.entry("onFederatedLearningEvent", "flEvent"),
-            Map.entry("onFederatedLearningUnsecuredEvent", "flUnsecured"),
-            Map.entry("onFederatedLearningIdleDetectionResult", "flIdle"),
-            Map.entry("onFingerprintResult", "fingerprint"));
-
+    public final WakeWordServiceListener listener = this;
     private final List<Event> mEvents = new ArrayList<>();
     private final Map<String, LongAdder> mCounts = new ConcurrentHashMap<>();
     // When false, callbacks are only counted (count()), not kept: for runs of unbounded length.
@@ -49,27 +38,7 @@ public class Recorder {
     // The idle time answered to the engine's question.
     public volatile long idleAnswer = -1;
 
-    // The listener to hand the service.
-    public final WakeWordServiceListener listener = (WakeWordServiceListener) Proxy.newProxyInstance(
-            WakeWordServiceListener.class.getClassLoader(),
-            new Class<?>[] {WakeWordServiceListener.class}, (proxy, method, args) -> {
-                if (method.getDeclaringClass() == Object.class) {
-                    return method.getName().equals("equals") ? proxy == args[0]
-                            : method.getName().equals("hashCode") ? 0 : "Recorder";
-                }
-                Object[] values = args == null ? new Object[0] : args;
-                String name = values.length == 1 && values[0] instanceof NorvoDMSQuillanMetricData
-                        ? "quillanMetrics" : NAMES.get(method.getName());
-                if (idleAnswer >= 0 && values.length == 1
-                        && values[0] instanceof FederatedLearningIdleDetectionResult) {
-                    ((FederatedLearningIdleDetectionResult) values[0])
-                            .setTimeSinceLastIdleSec(idleAnswer);
-                }
-                record(name, values);
-                return null;
-            });
-
-    private void record(String name, Object[] args) {
+    private void record(String name, Object... args) {
         mCounts.computeIfAbsent(name, key -> new LongAdder()).increment();
         if (keepEvents) {
             synchronized (mEvents) {
@@ -87,12 +56,16 @@ public class Recorder {
         return count == null ? 0 : count.sum();
     }
 
+    public List<Event> events() {
+        synchronized (mEvents) {
+            return new ArrayList<>(mEvents);
+        }
+    }
+
     public List<Event> named(String name) {
         List<Event> found = new ArrayList<>();
-        synchronized (mEvents) {
-            for (Event e : mEvents) {
-                if (e.name.equals(name)) found.add(e);
-            }
+        for (Event e : events()) {
+            if (e.name.equals(name)) found.add(e);
         }
         return found;
     }
@@ -101,10 +74,106 @@ public class Recorder {
     public List<Event> await(String name, int count) throws InterruptedException {
         long deadline = System.currentTimeMillis() + 5000;
         synchronized (mEvents) {
-            while (named(name).size() < count && System.currentTimeMillis() < deadline) {
-                mEvents.wait(Math.max(1, deadline - System.currentTimeMillis()));
+            while (countLocked(e -> e.name.equals(name)) < count) {
+                long left = deadline - System.currentTimeMillis();
+                if (left <= 0) break;
+                mEvents.wait(left);
             }
         }
         return named(name);
+    }
+
+    private int countLocked(Predicate<Event> p) {
+        int n = 0;
+        for (Event e : mEvents) n += p.test(e) ? 1 : 0;
+        return n;
+    }
+
+    @Override
+    public void onEnumeratedResult(String keyword, String detail, long begin, long end,
+            long position, long size, int detailValue, int detectionType, String decoderId,
+            long tail) {
+        record("enumerated", keyword, detail, begin, end, position, size, detailValue,
+                detectionType, decoderId, tail);
+    }
+
+    @Override
+    public void onAudioPresenceDetectionResult(String eventName, long begin, long end, long u1,
+            long u2, boolean flag, int detectionType, String decoderId) {
+        record("presence", eventName, begin, end, u1, u2, flag, detectionType, decoderId);
+    }
+
+    @Override
+    public void onLocalCommandResult(String keyword, String detail, long begin, long end,
+            long position, long size, int detailValue, int detectionType, String decoderId) {
+        record("localCommand", keyword, detail, begin, end, position, size, detailValue,
+                detectionType, decoderId);
+    }
+
+    @Override
+    public void onNttResult(long begin, long detectionIndex, long position, long size,
+            int eventType, int activeMode, String decoderId) {
+        record("ntt", begin, detectionIndex, position, size, eventType, activeMode, decoderId);
+    }
+
+    @Override
+    public void onNttEndOfSpeechResult(long value) {
+        record("endOfSpeech", value);
+    }
+
+    @Override
+    public void onUtteranceJsonAvailable(String first, String fourth) {
+        record("json", first, fourth);
+    }
+
+    @Override
+    public void onAedStaticDecoder(boolean started) {
+        record("aedStatic", started);
+    }
+
+    @Override
+    public void onAedCustomDecoder(boolean started) {
+        record("aedCustom", started);
+    }
+
+    @Override
+    public void onNttDecoder(boolean started) {
+        record("nttDecoder", started);
+    }
+
+    @Override
+    public void onPmaDecoder(boolean started) {
+        record("pmaDecoder", started);
+    }
+
+    @Override
+    public void onMetrics(NorvoDMSMetricData data) {
+        record("metrics", data);
+    }
+
+    @Override
+    public void onMetrics(NorvoDMSQuillanMetricData data) {
+        record("quillanMetrics", data);
+    }
+
+    @Override
+    public void onFederatedLearningEvent(FederatedLearningEvent event) {
+        record("flEvent", event);
+    }
+
+    @Override
+    public void onFederatedLearningUnsecuredEvent(FederatedLearningUnsecuredEvent event) {
+        record("flUnsecured", event);
+    }
+
+    @Override
+    public void onFederatedLearningIdleDetectionResult(FederatedLearningIdleDetectionResult r) {
+        if (idleAnswer >= 0) r.setTimeSinceLastIdleSec(idleAnswer);
+        record("flIdle", r);
+    }
+
+    @Override
+    public void onFingerprintResult(FingerprintResult result) {
+        record("fingerprint", result);
     }
 }
