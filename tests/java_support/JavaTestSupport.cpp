@@ -7,7 +7,6 @@
 #include <media/AudioRecord.h>
 #include <norvo_fake/FakeNorvo.h>
 
-#include <functional>
 #include <map>
 #include <memory>
 #include <string>
@@ -51,11 +50,6 @@ jobjectArray stringArray(JNIEnv* env, const std::vector<std::string>& strings) {
     }
     env->DeleteLocalRef(stringClass);
     return array;
-}
-
-// Runs fn on the decoder's own thread (the input decoder's unless named) and waits for it.
-bool onDecoderThread(const std::string& decoder, std::function<void()> fn) {
-    return norvo_fake::runOnDecoderThread(decoder.empty() ? kInputDecoder : decoder, std::move(fn));
 }
 
 std::unique_ptr<wws_test::LogCapture> gLog;
@@ -273,7 +267,7 @@ JNIEXPORT jlong JNICALL Java_velmar_speech_test_FakeNorvo_fire(JNIEnv* env, jcla
     JavaVM* vm = nullptr;
     env->GetJavaVM(&vm);
     if (thread == 0) {
-        onDecoderThread("", [&] { deliver(name, record, true, &result); });
+        norvo_fake::runOnDecoderThread(kInputDecoder, [&] { deliver(name, record, true, &result); });
     } else if (thread == 1) {
         // This thread stays attached: whatever the callback did not release is still held here.
         const int before = wws_test::liveLocalReferences(vm);
