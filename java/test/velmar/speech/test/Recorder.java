@@ -5,7 +5,6 @@ import java.util.List;
 import java.util.Map;
 import java.util.concurrent.ConcurrentHashMap;
 import java.util.concurrent.atomic.LongAdder;
-import java.util.function.Predicate;
 import velmar.speech.federatedlearning.FederatedLearningEvent;
 import velmar.speech.federatedlearning.FederatedLearningIdleDetectionResult;
 import velmar.speech.federatedlearning.FederatedLearningUnsecuredEvent;
@@ -56,16 +55,12 @@ public class Recorder implements WakeWordServiceListener {
         return count == null ? 0 : count.sum();
     }
 
-    public List<Event> events() {
-        synchronized (mEvents) {
-            return new ArrayList<>(mEvents);
-        }
-    }
-
     public List<Event> named(String name) {
         List<Event> found = new ArrayList<>();
-        for (Event e : events()) {
-            if (e.name.equals(name)) found.add(e);
+        synchronized (mEvents) {
+            for (Event e : mEvents) {
+                if (e.name.equals(name)) found.add(e);
+            }
         }
         return found;
     }
@@ -74,19 +69,11 @@ public class Recorder implements WakeWordServiceListener {
     public List<Event> await(String name, int count) throws InterruptedException {
         long deadline = System.currentTimeMillis() + 5000;
         synchronized (mEvents) {
-            while (countLocked(e -> e.name.equals(name)) < count) {
-                long left = deadline - System.currentTimeMillis();
-                if (left <= 0) break;
-                mEvents.wait(left);
+            while (named(name).size() < count && System.currentTimeMillis() < deadline) {
+                mEvents.wait(Math.max(1, deadline - System.currentTimeMillis()));
             }
         }
         return named(name);
-    }
-
-    private int countLocked(Predicate<Event> p) {
-        int n = 0;
-        for (Event e : mEvents) n += p.test(e) ? 1 : 0;
-        return n;
     }
 
     @Override

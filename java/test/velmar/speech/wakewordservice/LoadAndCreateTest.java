@@ -10,17 +10,9 @@ import velmar.speech.test.NativeLog;
 // Library load, and creating and destroying the native service from Java arguments.
 class LoadAndCreateTest extends ServiceHarness {
     @Test
-    void loadReturnsJni14AndFillsEveryCacheInOrder() {
+    void loadReturnsJni14WithoutAnErrorOrAWarning() {
         NativeLog.start();  // only this load's lines, whether or not the class loaded just now
         assertEquals(0x00010004, FakeNorvo.callJniOnLoad());
-        assertEquals(List.of("Initialize ArrayListClass", "Initialize NorvoDMSMetricDataClass",
-                "Initialize NorvoDMSMetricMetadataClass", "Initialize NorvoDMSQuillanMetricDataClass",
-                "Initialize NorvoDMSQuillanMetricMetadataClass",
-                "Initialize WWFederatedLearningEventClass",
-                "Initialize WWFederatedLearningUnsecuredEventClass",
-                "Initialize WWFederatedLearningIdleDetectionResultClass",
-                "Initialize FingerprintResult class"),
-                NativeLog.messages(NativeLog.INFO, "WakeWordService_JNI"));
         assertEquals(List.of(), NativeLog.messages(NativeLog.ERROR, "WakeWordService_JNI"));
         assertEquals(List.of(), NativeLog.messages(NativeLog.WARN, "WakeWordService_JNI"));
         assertTrue(NativeLog.contains(NativeLog.DEBUG,
