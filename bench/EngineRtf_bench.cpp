@@ -2,19 +2,15 @@
 //   Decoder: through the C entry points, 20 ms pushes of the sample utterance (speech with the
 //     default model's wake phrases and pauses) for a minute of audio; the decoder thread's CPU
 //     time and the wall time until everything is decoded, each divided by the audio's length.
-//   Spotter: the spotter alone, fed on the calling thread (no queue, no thread).
 // Run by hand on a quiet machine: ./build/bench/engine_rtf_bench
 #include <benchmark/benchmark.h>
 #include <norvo/NorvoApi.h>
 #include <norvo_ps/NorvoPs.h>
 #include <sndfile.h>
-#include <time.h>
 
 #include <chrono>
 #include <cstdio>
 #include <vector>
-
-#include "KeywordSpotter.h"
 
 namespace {
 
@@ -87,38 +83,6 @@ void BM_DecoderRealTimeFactor(benchmark::State& state) {
     NorvoModelSet_Delete(kModelSet);
 }
 BENCHMARK(BM_DecoderRealTimeFactor)->Iterations(3)->Unit(benchmark::kMillisecond)->UseRealTime();
-
-void BM_SpotterRealTimeFactor(benchmark::State& state) {
-    const std::vector<int16_t>& audio = minuteOfSpeech();
-    std::shared_ptr<const norvo_ps::ModelSet> set;
-    std::string error;
-    if (audio.empty() ||
-        norvo_ps::ModelSet::load("bench", WWS_DEFAULT_MANIFEST, &set, &error) != NORVO_SUCCESS) {
-        state.SkipWithError("cannot load the model or the audio");
-        return;
-    }
-    std::vector<size_t> all;
-    for (size_t i = 0; i < set->keywords().size(); ++i) all.push_back(i);
-    std::unique_ptr<norvo_ps::KeywordSpotter> spotter =
-            norvo_ps::KeywordSpotter::create(set, all, &error);
-    std::vector<norvo_ps::Detection> found;
-    int64_t next = 0;
-    double seconds = 0, audioSeconds = 0;
-    for (auto _ : state) {
-        timespec start{}, end{};
-        clock_gettime(CLOCK_THREAD_CPUTIME_ID, &start);
-        for (size_t at = 0; at < audio.size(); at += 256, next += 256) {
-            size_t count = std::min<size_t>(256, audio.size() - at);
-            spotter->feed(audio.data() + at, count, next, &found);
-        }
-        clock_gettime(CLOCK_THREAD_CPUTIME_ID, &end);
-        seconds += (end.tv_sec - start.tv_sec) + (end.tv_nsec - start.tv_nsec) / 1e9;
-        audioSeconds += audio.size() / 16000.0;
-    }
-    state.counters["rtf_cpu"] = seconds / audioSeconds;
-    state.counters["detections"] = static_cast<double>(found.size());
-}
-BENCHMARK(BM_SpotterRealTimeFactor)->Iterations(3)->Unit(benchmark::kMillisecond);
 
 }  // namespace
 

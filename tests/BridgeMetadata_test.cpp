@@ -1,16 +1,18 @@
-// The bridge's metadata writer: blobs from concurrent engine threads land whole, each at the
-// position reported for it, and failures report (0, 0). Native and JVM-free, so that it also runs
+// The bridge's metadata writer: a blob from a second engine thread waits for the one being written
+// and lands whole after it, and failures report (0, 0). Native and JVM-free, so that it also runs
 // under ThreadSanitizer.
 #include <audiostream/AudioStream.h>
 #include <gtest/gtest.h>
 #include <norvo/NorvoApi.h>
 #include <utils/Mutex.h>
 
-#include <set>
+#include <atomic>
+#include <cstring>
 #include <thread>
 #include <vector>
 
 #include "LogCapture.h"
+#include "Wait.h"
 
 // The bridge's own globals and writer, as the result callbacks use them.
 extern android::sp<velmar::AudioStreamWriter> gMetaDataWriter;
@@ -20,12 +22,6 @@ void writeAsrBlob(const NorvoDataBlob& blob, uint32_t* position, uint32_t* size)
 namespace {
 
 constexpr const char* kTag = "WakeWordService_JNI";
-
-struct Written {
-    uint32_t position;
-    uint32_t size;
-    uint8_t tag;
-};
 
 class BridgeMetadata : public testing::Test {
   protected:
@@ -50,46 +46,50 @@ class BridgeMetadata : public testing::Test {
         return bytes;
     }
     android::sp<velmar::AudioStream> stream;
-    wws_test::LogCapture log;
 };
 
-}  // namespace
+// Held inside the writer between taking the position and writing the blob (its DEBUG line is the
+// point between the two), the first engine thread lets a second one try to write: the second must
+// wait for the first to finish, or both would report the same position.
+std::atomic<int> gInside{0};
+std::atomic<bool> gHold{true};
+std::atomic<bool> gOverlapped{false};
 
-TEST_F(BridgeMetadata, ConcurrentBlobsLandWholeAtTheirOwnPositions) {
-    constexpr int kThreads = 4;
-    constexpr int kPerThread = 200;
-    std::vector<std::vector<Written>> written(kThreads);
-    std::vector<std::thread> engineThreads;
-    for (int t = 0; t < kThreads; ++t) {
-        engineThreads.emplace_back([t, &written] {
-            for (int k = 0; k < kPerThread; ++k) {
-                const uint8_t tag = static_cast<uint8_t>(t * kPerThread + k);
-                std::vector<uint8_t> data(64 + (k * 37) % 449, tag);
-                NorvoDataBlob blob{static_cast<uint32_t>(data.size()), data.data()};
-                Written w{0, 0, tag};
-                writeAsrBlob(blob, &w.position, &w.size);
-                written[t].push_back(w);
-            }
-        });
+void holdingLogger(const struct __android_logger_data*, const char* message) {
+    if (strncmp(message, "blob received from norvo", 24) != 0) return;
+    if (gInside.fetch_add(1) == 0) {
+        gOverlapped = wws_test::waitFor([] { return gInside.load() > 1; },
+                                        std::chrono::milliseconds(500));
     }
-    for (std::thread& thread : engineThreads) thread.join();
+}
 
-    std::set<uint32_t> positions;
-    uint64_t total = 0;
-    for (const auto& perThread : written) {
-        for (const Written& w : perThread) {
-            ASSERT_NE(0u, w.size);
-            EXPECT_TRUE(positions.insert(w.position).second) << "position used twice";
-            EXPECT_EQ(std::vector<uint8_t>(w.size, w.tag), readBack(w.position, w.size));
-            total += w.size;
-        }
-    }
-    uint32_t end = 0;
-    ASSERT_EQ(0, gMetaDataWriter->getPosition(&end));
-    EXPECT_EQ(total, end);  // nothing written twice, nothing lost
+TEST_F(BridgeMetadata, ASecondBlobWaitsForTheOneBeingWrittenAndLandsAfterIt) {
+    __android_log_set_logger(holdingLogger);
+    __android_log_set_minimum_priority(ANDROID_LOG_VERBOSE);
+    std::vector<uint8_t> first(100, 0xA1), second(60, 0xB2);
+    uint32_t positions[2] = {0, 0}, sizes[2] = {0, 0};
+    std::thread firstThread([&] {
+        NorvoDataBlob blob{100, first.data()};
+        writeAsrBlob(blob, &positions[0], &sizes[0]);
+    });
+    ASSERT_TRUE(wws_test::waitFor([] { return gInside.load() == 1; }));
+    std::thread secondThread([&] {
+        NorvoDataBlob blob{60, second.data()};
+        writeAsrBlob(blob, &positions[1], &sizes[1]);
+    });
+    firstThread.join();
+    secondThread.join();
+    __android_log_set_logger(__android_log_stderr_logger);
+    __android_log_set_minimum_priority(ANDROID_LOG_INFO);
+    EXPECT_FALSE(gOverlapped.load()) << "the second blob was placed while the first was written";
+    EXPECT_EQ(0u, positions[0]);
+    EXPECT_EQ(100u, positions[1]);
+    EXPECT_EQ(first, readBack(positions[0], sizes[0]));
+    EXPECT_EQ(second, readBack(positions[1], sizes[1]));
 }
 
 TEST_F(BridgeMetadata, FailuresReportNoBlob) {
+    wws_test::LogCapture log;
     const uint8_t data[3] = {1, 2, 3};
     NorvoDataBlob blob{3, data};
     uint32_t position = 77;
@@ -118,3 +118,5 @@ TEST_F(BridgeMetadata, FailuresReportNoBlob) {
     EXPECT_EQ(5u, position);
     EXPECT_EQ(5u, size);
 }
+
+}  // namespace

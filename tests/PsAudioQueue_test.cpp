@@ -1,15 +1,20 @@
 // The audio queue between pushing threads and a decoder thread: channel 0 of interleaved audio in
 // order with its indices, overflow dropped and counted, several producers at once, and a consumer
-// woken by a push.
+// woken by a push or a wake.
 #include <gtest/gtest.h>
+#include <sys/syscall.h>
+#include <unistd.h>
 
 #include <atomic>
 #include <chrono>
+#include <fstream>
 #include <map>
+#include <string>
 #include <thread>
 #include <vector>
 
 #include "AudioQueue.h"
+#include "Wait.h"
 
 using norvo_ps::AudioQueue;
 
@@ -30,42 +35,26 @@ std::vector<Popped> drain(AudioQueue& queue) {
     return cells;
 }
 
-TEST(PsAudioQueue, KeepsChannelZeroInOrderWithTheIndexOfEachCell) {
-    AudioQueue queue(8);
+TEST(PsAudioQueue, KeepsChannelZeroInOrderWithItsIndicesAndDropsAndCountsWhatDoesNotFit) {
+    AudioQueue queue(2);  // 512 frames
     std::vector<int16_t> interleaved;
     for (int frame = 0; frame < 600; ++frame) {
-        interleaved.push_back(static_cast<int16_t>(frame));  // channel 0
-        interleaved.push_back(-1);
-        interleaved.push_back(-2);
+        interleaved.insert(interleaved.end(), {static_cast<int16_t>(frame), -1, -2});
     }
-    EXPECT_EQ(600u, queue.push(interleaved.data(), 600, 3, 5000));
-    std::vector<Popped> cells = drain(queue);
-    ASSERT_EQ(3u, cells.size());
-    EXPECT_EQ(5000, cells[0].firstFrame);
-    EXPECT_EQ(5000 + 256, cells[1].firstFrame);
-    EXPECT_EQ(5000 + 512, cells[2].firstFrame);
-    EXPECT_EQ(88u, cells[2].samples.size());
-    std::vector<int16_t> all;
-    for (const Popped& cell : cells)
-        all.insert(all.end(), cell.samples.begin(), cell.samples.end());
-    for (int frame = 0; frame < 600; ++frame) ASSERT_EQ(frame, all[frame]) << frame;
-    EXPECT_EQ(600u, queue.queuedFrames());
-    EXPECT_EQ(0u, queue.droppedFrames());
-}
-
-TEST(PsAudioQueue, WhatDoesNotFitIsDroppedAndCountedAndRoomComesBack) {
-    AudioQueue queue(2);  // 512 frames
-    std::vector<int16_t> mono(600, 7);
-    EXPECT_EQ(512u, queue.push(mono.data(), 600, 1, 0));
-    EXPECT_EQ(0u, queue.push(mono.data(), 10, 1, 600));
+    EXPECT_EQ(512u, queue.push(interleaved.data(), 600, 3, 5000));
+    EXPECT_EQ(0u, queue.push(interleaved.data(), 10, 3, 5600));
     EXPECT_EQ(98u, queue.droppedFrames());
     EXPECT_EQ(2u, queue.overflowPushes());
     EXPECT_EQ(512u, queue.queuedFrames());
-    // The frames that made it are the first ones, with their own indices.
+    // The frames that made it are the first ones, each cell with the index of its first frame.
     std::vector<Popped> cells = drain(queue);
     ASSERT_EQ(2u, cells.size());
-    EXPECT_EQ(256, cells[1].firstFrame);
-    EXPECT_EQ(10u, queue.push(mono.data(), 10, 1, 700));
+    for (size_t c = 0; c < 2; ++c) {
+        EXPECT_EQ(5000 + 256 * static_cast<int64_t>(c), cells[c].firstFrame);
+        for (size_t i = 0; i < 256; ++i) ASSERT_EQ(256 * c + i, cells[c].samples.at(i));
+    }
+    // Room comes back.
+    EXPECT_EQ(10u, queue.push(interleaved.data(), 10, 3, 5610));
     ASSERT_EQ(1u, drain(queue).size());
 }
 
@@ -112,33 +101,40 @@ TEST(PsAudioQueue, ConcurrentProducersLoseAndMixNothing) {
     EXPECT_EQ(static_cast<uint64_t>(kProducers * kPushes * kFrames), queue.queuedFrames());
 }
 
-TEST(PsAudioQueue, APushWakesTheSleepingConsumer) {
-    AudioQueue queue(8);
-    std::atomic<bool> woke{false};
-    auto started = std::chrono::steady_clock::now();
-    std::thread consumer([&] {
-        while (queue.front() == nullptr) queue.waitForData(20000);
-        woke = true;
-    });
-    std::this_thread::sleep_for(std::chrono::milliseconds(50));  // let it fall asleep
-    int16_t sample = 1;
-    queue.push(&sample, 1, 1, 0);
-    consumer.join();
-    EXPECT_TRUE(woke.load());
-    EXPECT_LT(std::chrono::steady_clock::now() - started, std::chrono::seconds(5));
+// Whether the thread sleeps in the kernel (its only way to sleep here is the queue's futex).
+bool sleeping(pid_t thread) {
+    std::ifstream stat("/proc/self/task/" + std::to_string(thread) + "/stat");
+    std::string line;
+    std::getline(stat, line);
+    return line.size() > line.rfind(')') + 2 && line[line.rfind(')') + 2] == 'S';
 }
 
-// A wake ends the wait whether it comes before the consumer waits or while it waits; a lost wake
-// would hold the consumer for the whole minute.
-TEST(PsAudioQueue, WakeEndsTheWaitWithoutAudio) {
-    AudioQueue queue(8);
-    auto started = std::chrono::steady_clock::now();
-    queue.wake();
-    queue.waitForData(60000);
-    std::thread consumer([&] { queue.waitForData(60000); });
-    queue.wake();
-    consumer.join();
-    EXPECT_LT(std::chrono::steady_clock::now() - started, std::chrono::seconds(30));
+// A push or a wake ends the wait of a consumer that sleeps, and a wake that comes before the wait
+// ends the next one: a lost wake would hold the consumer for the whole minute.
+TEST(PsAudioQueue, APushOrAWakeEndsTheWaitWhetherBeforeOrDuringIt) {
+    for (bool push : {true, false}) {
+        AudioQueue queue(8);
+        if (!push) queue.wake();
+        std::atomic<pid_t> consumer{0};
+        std::atomic<bool> woke{false};
+        const auto started = std::chrono::steady_clock::now();
+        std::thread thread([&] {
+            consumer = static_cast<pid_t>(syscall(SYS_gettid));
+            if (!push) queue.waitForData(60000);  // the earlier wake ends this one at once
+            queue.waitForData(60000);
+            woke = true;
+        });
+        ASSERT_TRUE(wws_test::waitFor([&] { return consumer != 0 && sleeping(consumer); }));
+        int16_t sample = 1;
+        if (push) {
+            queue.push(&sample, 1, 1, 0);
+        } else {
+            queue.wake();
+        }
+        thread.join();
+        EXPECT_TRUE(woke.load());
+        EXPECT_LT(std::chrono::steady_clock::now() - started, std::chrono::seconds(30)) << push;
+    }
 }
 
 }  // namespace

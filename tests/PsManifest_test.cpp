@@ -82,7 +82,7 @@ struct BadLine {
     std::string message;
 };
 
-TEST(PsManifest, NamesTheLineAndTheFaultOfEveryMalformedLine) {
+TEST(PsManifest, NamesTheLineAndTheFaultOfEveryMalformedOrMissingLine) {
     const std::string at = std::string(kPath) + ":";
     const BadLine cases[] = {
             {5, "wakee X 1e-5 x",
@@ -121,6 +121,15 @@ TEST(PsManifest, NamesTheLineAndTheFaultOfEveryMalformedLine) {
              at + "5: 'detection-delay' needs a whole number of frames from 0 to 50"},
             {5, "command-pause 2001",
              at + "5: 'command-pause' needs a whole number of milliseconds from 0 to 2000"},
+            {5, "pronounce velmar V EH L\npronounce VELMAR V AA L",
+             at + "6: pronunciation of 'velmar' is already given on line 5"},
+            {5, "detection-delay 2\ndetection-delay 4", at + "6: 'detection-delay' is given twice"},
+            // A model, a dictionary and a wake phrase are required: local commands alone do not
+            // make a wake-word model set.
+            {1, "# none", std::string(kPath) + ": no 'acoustic-model' line"},
+            {2, "# none", std::string(kPath) + ": no 'dictionary' line"},
+            {3, "# none",
+             std::string(kPath) + ": no 'wake' line (a model set needs at least one wake phrase)"},
     };
     for (const BadLine& bad : cases) {
         Manifest manifest;
@@ -130,32 +139,6 @@ TEST(PsManifest, NamesTheLineAndTheFaultOfEveryMalformedLine) {
                 << bad.text;
         EXPECT_EQ(bad.message, error) << bad.text;
     }
-}
-
-TEST(PsManifest, RefusesTheSecondPronunciationAndDelayOfAWord) {
-    Manifest manifest;
-    std::string error;
-    EXPECT_EQ(NORVO_PS_MANIFEST_MALFORMED,
-              parse(withLine(5, "pronounce velmar V EH L\npronounce VELMAR V AA L"), &manifest,
-                    &error));
-    EXPECT_EQ(std::string(kPath) + ":6: pronunciation of 'velmar' is already given on line 5",
-              error);
-    EXPECT_EQ(NORVO_PS_MANIFEST_MALFORMED,
-              parse(withLine(5, "detection-delay 2\ndetection-delay 4"), &manifest, &error));
-    EXPECT_EQ(std::string(kPath) + ":6: 'detection-delay' is given twice", error);
-}
-
-TEST(PsManifest, RequiresAModelADictionaryAndAWakePhrase) {
-    Manifest manifest;
-    std::string error;
-    EXPECT_EQ(NORVO_PS_MANIFEST_MALFORMED, parse(withLine(1, "# none"), &manifest, &error));
-    EXPECT_EQ(std::string(kPath) + ": no 'acoustic-model' line", error);
-    EXPECT_EQ(NORVO_PS_MANIFEST_MALFORMED, parse(withLine(2, "# none"), &manifest, &error));
-    EXPECT_EQ(std::string(kPath) + ": no 'dictionary' line", error);
-    // Local commands alone do not make a wake-word model set.
-    EXPECT_EQ(NORVO_PS_MANIFEST_MALFORMED, parse(withLine(3, "# none"), &manifest, &error));
-    EXPECT_EQ(std::string(kPath) + ": no 'wake' line (a model set needs at least one wake phrase)",
-              error);
 }
 
 TEST(PsManifest, AMissingFileIsUnreadableNotMalformed) {

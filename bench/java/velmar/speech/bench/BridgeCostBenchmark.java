@@ -7,17 +7,13 @@ import velmar.speech.tools.HostControl;
 import velmar.speech.wakewordservice.NativeWakeWordServiceCore;
 import velmar.speech.wakewordservice.WakeWordServiceListener;
 
-/**
- * The bridge's own cost from an engine result to the Java listener: a native thread that is not
- * attached to the VM (as an engine's decoder thread) hands wake-word results with a 64-byte blob
- * to the bridge's callback, which attaches the thread, writes the blob into the metadata stream,
- * builds the Java strings and calls the listener. Measured per result: the listener's
- * System.nanoTime() minus the time just before the hand-over.
- *
- * <pre>
- * BridgeCostBenchmark --engine LIB --manifest FILE [--results N] [--log FILE]
- * </pre>
- */
+// The bridge's own cost from an engine result to the Java listener: a native thread that is not
+// attached to the VM (as an engine's decoder thread) hands wake-word results with a 64-byte blob
+// to the bridge's callback, which attaches the thread, writes the blob into the metadata stream,
+// builds the Java strings and calls the listener. Measured per result: the listener's
+// System.nanoTime() minus the time just before the hand-over.
+//
+// BridgeCostBenchmark --engine LIB --manifest FILE [--results N] [--log FILE]
 public final class BridgeCostBenchmark {
     public static void main(String[] args) throws Exception {
         String engine = null, manifest = null, log = "bridge-benchmark.log";

@@ -11,32 +11,16 @@ import velmar.speech.tools.Wav;
 import velmar.speech.wakewordservice.NativeWakeWordServiceCore;
 import velmar.speech.wakewordservice.WakeWordServiceListener;
 
-/**
- * How long after a wake phrase ends Java hears of it. Wake phrases (flite clips from the build,
- * with pauses between them) play on the microphone source in real time, as a device's microphone
- * would deliver them: 20 ms buffers through the host AudioRecord, the service's capture path, the
- * engine's queue and decoder thread, the bridge, and the listener. For each phrase: the time the
- * listener was called minus the time the microphone delivered the phrase's last sample (the end of
- * its speech, trimmed of silence).
- *
- * <pre>
- * DetectionLatencyBenchmark --engine LIB --manifest FILE --clips DIR [--phrases N] [--log FILE]
- * </pre>
- */
+// How long after a wake phrase ends Java hears of it. Wake phrases (flite clips from the build,
+// with pauses between them) play on the microphone source in real time, as a device's microphone
+// would deliver them: 20 ms buffers through the host AudioRecord, the service's capture path, the
+// engine's queue and decoder thread, the bridge, and the listener. For each phrase: the time the
+// listener was called minus the time the microphone delivered the phrase's last sample (the end of
+// its speech, trimmed of silence).
+//
+// DetectionLatencyBenchmark --engine LIB --manifest FILE --clips DIR [--phrases N] [--log FILE]
 public final class DetectionLatencyBenchmark {
-    private static final class Heard {
-        final String keyword;
-        final long begin;
-        final long end;
-        final long nanos;
-
-        Heard(String keyword, long begin, long end, long nanos) {
-            this.keyword = keyword;
-            this.begin = begin;
-            this.end = end;
-            this.nanos = nanos;
-        }
-    }
+    private record Heard(String keyword, long begin, long end, long nanos) {}
 
     public static void main(String[] args) throws Exception {
         String engine = null, manifest = null, clips = null, log = "latency-benchmark.log";
@@ -103,8 +87,8 @@ public final class DetectionLatencyBenchmark {
             Heard match = null;
             synchronized (heard) {
                 for (Heard h : heard) {
-                    if (h.keyword.equals(expected.get(i)) && h.begin <= range[1] + 3200
-                            && range[0] - 3200 <= h.end) {
+                    if (h.keyword().equals(expected.get(i)) && h.begin() <= range[1] + 3200
+                            && range[0] - 3200 <= h.end()) {
                         match = h;
                     }
                 }
@@ -114,7 +98,7 @@ public final class DetectionLatencyBenchmark {
                 missed++;
                 continue;
             }
-            latencies.add((match.nanos - delivered) / 1e6);
+            latencies.add((match.nanos() - delivered) / 1e6);
         }
         Collections.sort(latencies);
         System.out.printf("heard %d of %d; latency from the end of the phrase to the Java "

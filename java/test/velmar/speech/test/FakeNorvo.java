@@ -1,6 +1,6 @@
 package velmar.speech.test;
 
-/** Drives the fake engine from Java tests; results are fired on the engine's decoder threads. */
+// Drives the fake engine from Java tests and hands engine records to the bridge.
 public final class FakeNorvo {
     static {
         System.loadLibrary("wws_java_test_support");
@@ -9,62 +9,59 @@ public final class FakeNorvo {
     private FakeNorvo() {}
 
     public static native void reset();
-    /** id null: every call of op. */
+    // id null: every call of op.
     public static native void setStatus(String op, String id, int status);
     public static native void setModelSetAttributes(String modelSetId, String json);
-    public static native void scriptKeyword(String decoderId, short trigger, String keyword,
-            byte[] blob);
-    /** Every sample pushed to the decoder so far. */
-    public static native short[] pushedSamples(String decoderId);
-    /** Recorded calls of op, each as its arguments joined with '|'. */
+    // Recorded calls of op, each as its arguments joined with '|'.
     public static native String[] calls(String op);
 
-    public static native boolean fireEnumerated(boolean localCommand, String decoderId,
-            String keyword, String detail, long begin, long end, int detailValue,
-            int detectionType, byte[] blob, long tail);
-    /**
-     * Calls one bridge callback (named as Recorder names its event) with a plain record, on this
-     * thread or on a new native thread. -1: unknown name. On this thread: the number of local
-     * references the callback left behind (-2: they cannot be counted). On a native thread: 1 when
-     * the thread stayed attached, else 0.
-     */
-    public static native int callBridgeDirectly(String kind, boolean onNativeThread);
-    public static native boolean firePresence(String decoderId, String eventName, long begin,
-            long end, int detectionType, boolean flag);
-    public static native boolean fireNtt(String decoderId, long begin, int eventType, byte[] blob,
-            long detectionIndex, int activeMode);
-    public static native boolean fireEndOfSpeech(long value);
-    public static native boolean fireJsondata(String t1, String t2, String t3, String t4, int a,
-            int b);
-    public static native boolean fireMetrics(boolean quillan, String[] texts, int type,
-            String[] metadata);
-    /** eventType -100: no event record at all. */
-    public static native boolean fireFederatedLearning(boolean unsecured, String modelSetId,
-            String modelId, int eventType, String json, byte[] data, float scale,
-            String applicationId);
-    public static native long fireIdleDetection(String modelSetId, String modelId, long seconds);
-    public static native void fireConcurrently(int threads, int perThread, int blobSize);
-    public static native void fireDecoderStatus(String which, boolean started);
+    // Threads fire() hands a record over on.
+    public static final int ENGINE = 0, JAVA = 1, NATIVE = 2;
+
+    // Hands one engine record of the given kind (named as Recorder names its event) over: on the
+    // input decoder's thread (ENGINE) to the callback the service registered with the engine, or
+    // straight to the bridge's own function on this thread (JAVA) or a new native thread (NATIVE).
+    // Returns Long.MIN_VALUE when there is no callback. Else on ENGINE 0, or for "flIdle" the idle
+    // time the record holds afterwards; on JAVA the local references the callback left on this
+    // thread (-2: they cannot be counted); on NATIVE 1 when it left the thread attached, else 0.
+    //   enumerated, localCommand: texts decoder, keyword, detail; numbers begin, end, detailValue,
+    //       detectionType, tail
+    //   presence: texts decoder, event name; numbers begin, end, detectionType, flag
+    //   ntt: texts decoder; numbers begin, eventType, detection index, activeMode
+    //   endOfSpeech: numbers value.  json: four texts, two numbers
+    //   metrics, quillanMetrics: texts program/group, source/schema, name, value, then metadata
+    //       name, value, ...; numbers type
+    //   flEvent, flUnsecured: texts model set, model, json, application; numbers eventType (-100:
+    //       no event record), scale; blob the data.  flIdle: texts model set, model; numbers seconds
+    //   aedStatic, aedCustom, nttDecoder, pmaDecoder (not ENGINE): numbers started (1 or 0)
+    public static native long fire(String kind, String[] texts, double[] numbers, byte[] blob,
+            int thread);
+
+    public static long fire(String kind, String[] texts, double[] numbers, byte[] blob) {
+        return fire(kind, texts, numbers, blob, ENGINE);
+    }
+
+    // A plain record that every kind takes as valid (type 0, mode 0), handed to the bridge.
+    public static long fireBridge(String kind, int thread) {
+        return fire(kind, new String[] {"WakeWordService_input_decoder", "K", "d", "e", "k", "v"},
+                new double[] {0, 0, 1, 0, 1}, new byte[] {1, 2}, thread);
+    }
+
     public static native int callJniOnLoad();
-    /** Pushes are only tallied from now on (no record, constant memory). */
+    // Pushes are only tallied from now on (no record, constant memory).
     public static native void setAudioPushesCountedOnly(boolean counted);
-    /** {events, samples, discontinuities} pushed to the decoder while only counted. */
+    // {events, samples, discontinuities} pushed to the decoder while only counted.
     public static native long[] pushTally(String decoderId);
-
-    /** Forgets the recorded calls only; the engine's state stays. */
+    // Forgets the recorded calls only; the engine's state stays.
     public static native void forgetCalls();
-
-    /** Bytes the process holds from malloc (0 under ASan). */
+    // Bytes the process holds from malloc (0 under ASan).
     public static native long nativeHeapInUse();
-    /**
-     * Delivers buffers of frames frames to the service at address through its microphone (or
-     * playback) AudioRecord callback on a native thread, as fast as they go; returns when done.
-     */
+    // Delivers buffers of frames frames to the service at address through its microphone (or
+    // playback) AudioRecord callback on a native thread, as fast as they go; returns when done.
     public static native void deliverBuffers(long address, boolean playback, int buffers,
             int frames);
-    /** Makes a JNI call with an exception pending (a misuse -Xcheck:jni reports), then clears it. */
+    // Makes a JNI call with an exception pending (a misuse -Xcheck:jni reports), then clears it.
     public static native void callWithExceptionPending();
-    /** Creates count local references and keeps them; returns how many more the thread holds. */
+    // Creates count local references and keeps them; returns how many more the thread holds.
     public static native int localReferencesLeftBy(int count);
-    public static native String describeService(long address);
 }

@@ -4,7 +4,7 @@ import java.util.ArrayList;
 import java.util.Arrays;
 import java.util.List;
 
-/** Captures the Android log of the native side: lines are "priority tag: message". */
+// Captures the Android log of the native side: lines are "priority tag: message".
 public final class NativeLog {
     static {
         System.loadLibrary("wws_java_test_support");
@@ -19,7 +19,7 @@ public final class NativeLog {
 
     public static native void start();
     public static native void stop();
-    /** Formats native log lines but keeps none (start() captures again). */
+    // Formats native log lines but keeps none (start() captures again).
     public static native void discard();
     public static native String[] lines();
 
@@ -31,7 +31,7 @@ public final class NativeLog {
         return contains(priority, "WakeWordService_JNI", message);
     }
 
-    /** Messages of one priority and tag, in order. */
+    // Messages of one priority and tag, in order.
     public static List<String> messages(int priority, String tag) {
         List<String> found = new ArrayList<>();
         String prefix = priority + " " + tag + ": ";

@@ -7,15 +7,13 @@ import java.nio.file.Paths;
 import java.util.Map;
 import java.util.TreeMap;
 
-/** What the operating system says of this process: resident memory and the library's threads. */
+// What the operating system says of this process: resident memory and the library's threads.
 public final class ProcessStats {
     private ProcessStats() {}
 
-    /**
-     * Names of the threads the library, its host platform and its engines start. The JVM starts and
-     * ends threads of its own when it likes (compilers, collectors, cleaners), so tests count only
-     * these. The host binder's thread is left out: it starts once per process and stays.
-     */
+    // Names of the threads the library, its host platform and its engines start. The JVM starts and
+    // ends threads of its own when it likes (compilers, collectors, cleaners), so tests count only
+    // these. The host binder's thread is left out: it starts once per process and stays.
     private static final String[] LIBRARY_THREADS = {"AudioRecordInput", "AudioRecordCb",
             "AudioStreamReader", "WakeWordInjector", "PlaybackStatusNotifer", "PlaybackMonitor",
             "AspEventMonitor", "AspEventHandler", "NorvoSpotter", "FakeNorvo"};
@@ -37,7 +35,7 @@ public final class ProcessStats {
         return field("VmRSS");
     }
 
-    /** The library's running threads: name (as the kernel keeps it, 15 characters) to count. */
+    // The library's running threads: name (as the kernel keeps it, 15 characters) to count.
     public static Map<String, Integer> libraryThreads() {
         Map<String, Integer> counts = new TreeMap<>();
         File[] tasks = new File("/proc/self/task").listFiles();
@@ -57,7 +55,7 @@ public final class ProcessStats {
         return counts;
     }
 
-    /** The library's threads once they equal expected, or as they are when 10 s have passed. */
+    // The library's threads once they equal expected, or as they are when 10 s have passed.
     public static Map<String, Integer> libraryThreadsSettledAt(Map<String, Integer> expected)
             throws InterruptedException {
         final long deadline = System.nanoTime() + 10_000_000_000L;
@@ -69,7 +67,7 @@ public final class ProcessStats {
         return now;
     }
 
-    /** Collects garbage until the heap settles, so that memory figures compare like with like. */
+    // Collects garbage until the heap settles, so that memory figures compare like with like.
     public static void settle() {
         for (int i = 0; i < 3; i++) {
             System.gc();

@@ -5,7 +5,6 @@ import java.util.List;
 import java.util.Map;
 import java.util.concurrent.ConcurrentHashMap;
 import java.util.concurrent.atomic.LongAdder;
-import java.util.function.Predicate;
 import velmar.speech.federatedlearning.FederatedLearningEvent;
 import velmar.speech.federatedlearning.FederatedLearningIdleDetectionResult;
 import velmar.speech.federatedlearning.FederatedLearningUnsecuredEvent;
@@ -14,7 +13,7 @@ import velmar.speech.wakewordservice.NorvoDMSQuillanMetricData;
 import velmar.speech.wakewordservice.WakeWordServiceListener;
 import velmar.speech.wakewordservice.fingerprint.FingerprintResult;
 
-/** Records every callback with its arguments and the thread it arrived on. */
+// Records every callback with its arguments and the thread it arrived on.
 public class Recorder implements WakeWordServiceListener {
     public static final class Event {
         public final String name;
@@ -28,13 +27,14 @@ public class Recorder implements WakeWordServiceListener {
         }
     }
 
+    public final WakeWordServiceListener listener = this;
     private final List<Event> mEvents = new ArrayList<>();
     private final Map<String, LongAdder> mCounts = new ConcurrentHashMap<>();
-    /** When false, callbacks are only counted (count()), not kept: for runs of unbounded length. */
+    // When false, callbacks are only counted (count()), not kept: for runs of unbounded length.
     public volatile boolean keepEvents = true;
-    /** When set, every callback throws this after recording. */
+    // When set, every callback throws this after recording.
     public volatile RuntimeException throwOnCallback;
-    /** The idle time answered to the engine's question. */
+    // The idle time answered to the engine's question.
     public volatile long idleAnswer = -1;
 
     private void record(String name, Object... args) {
@@ -49,43 +49,31 @@ public class Recorder implements WakeWordServiceListener {
         if (toThrow != null) throw toThrow;
     }
 
-    /** Callbacks named name so far, kept or not. */
+    // Callbacks named name so far, kept or not.
     public long count(String name) {
         LongAdder count = mCounts.get(name);
         return count == null ? 0 : count.sum();
     }
 
-    public List<Event> events() {
-        synchronized (mEvents) {
-            return new ArrayList<>(mEvents);
-        }
-    }
-
     public List<Event> named(String name) {
         List<Event> found = new ArrayList<>();
-        for (Event e : events()) {
-            if (e.name.equals(name)) found.add(e);
+        synchronized (mEvents) {
+            for (Event e : mEvents) {
+                if (e.name.equals(name)) found.add(e);
+            }
         }
         return found;
     }
 
-    /** Waits up to 5 s for count events named name. */
+    // Waits up to 5 s for count events named name.
     public List<Event> await(String name, int count) throws InterruptedException {
         long deadline = System.currentTimeMillis() + 5000;
         synchronized (mEvents) {
-            while (countLocked(e -> e.name.equals(name)) < count) {
-                long left = deadline - System.currentTimeMillis();
-                if (left <= 0) break;
-                mEvents.wait(left);
+            while (named(name).size() < count && System.currentTimeMillis() < deadline) {
+                mEvents.wait(Math.max(1, deadline - System.currentTimeMillis()));
             }
         }
         return named(name);
-    }
-
-    private int countLocked(Predicate<Event> p) {
-        int n = 0;
-        for (Event e : mEvents) n += p.test(e) ? 1 : 0;
-        return n;
     }
 
     @Override

@@ -11,10 +11,8 @@ import velmar.speech.test.FakeNorvo;
 import velmar.speech.test.NativeLog;
 import velmar.speech.test.ProcessStats;
 
-/**
- * A thousand services created and destroyed through the natives leave nothing behind: no global
- * reference keeps a Java object alive, no thread stays, memory does not grow.
- */
+// A thousand services created and destroyed through the natives leave nothing behind: no global
+// reference keeps a Java object alive, no thread stays, memory does not grow.
 class LifecycleLeakTest extends ServiceHarness {
     @Test
     void thousandCreateDestroyCycles() throws Exception {
@@ -35,7 +33,7 @@ class LifecycleLeakTest extends ServiceHarness {
         final long start = System.nanoTime();
         for (int i = 0; i < cycles; i++) {
             if (i == cycles / 2) heap = FakeNorvo.nativeHeapInUse();
-            core = new NativeWakeWordServiceCore(recorder);
+            core = new NativeWakeWordServiceCore(recorder.listener);
             assertEquals(0, create(), "cycle " + i);
             assertEquals(0, core.nSetDetectorEnabled(true));
             assertTrue(core.nDestroyNativeService(), "cycle " + i);
@@ -45,7 +43,7 @@ class LifecycleLeakTest extends ServiceHarness {
             FakeNorvo.reset();
             NativeLog.start();
         }
-        core = new NativeWakeWordServiceCore(recorder);
+        core = new NativeWakeWordServiceCore(recorder.listener);
 
         // Nothing native holds on to the destroyed services' Java objects.
         long deadline = System.currentTimeMillis() + 10000;

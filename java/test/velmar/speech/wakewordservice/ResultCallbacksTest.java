@@ -2,9 +2,7 @@ package velmar.speech.wakewordservice;
 
 import static org.junit.jupiter.api.Assertions.*;
 
-import java.util.HashSet;
 import java.util.List;
-import java.util.Set;
 import org.junit.jupiter.api.BeforeEach;
 import org.junit.jupiter.api.Test;
 import velmar.speech.federatedlearning.FederatedLearningEvent;
@@ -17,12 +15,13 @@ import velmar.speech.test.FakeNorvo;
 import velmar.speech.test.NativeLog;
 import velmar.speech.test.Recorder.Event;
 
-/** Engine results, metrics and federated-learning reports reaching Java from engine threads. */
+// Engine results, metrics and federated-learning reports reaching Java from engine threads.
 class ResultCallbacksTest extends ServiceHarness {
-    /** Every engine-facing callback of the bridge, named as Recorder names its event. */
+    // Every engine-facing callback of the bridge, named as Recorder names its event.
     private static final String[] CALLBACKS = {"enumerated", "localCommand", "presence", "ntt",
             "endOfSpeech", "json", "metrics", "quillanMetrics", "flEvent", "flUnsecured", "flIdle",
             "aedStatic", "aedCustom", "nttDecoder", "pmaDecoder"};
+    private static final String PLAYBACK = "WakeWordService_playback_decoder";
 
     @BeforeEach
     void startService() {
@@ -31,253 +30,190 @@ class ResultCallbacksTest extends ServiceHarness {
         assertEquals(0, create());
     }
 
-    @Test
-    void wakeWordFromTheInputDecoderCarriesItsBlob() throws Exception {
-        byte[] blob = {1, 2, 3, 4, 5, 6, 7};
-        long before = metadata.writePosition();
-        assertTrue(FakeNorvo.fireEnumerated(false, INPUT, "HEYVELMAR", "detail", 1000, 17000, 42,
-                1, blob, 99));
-        List<Event> events = recorder.await("enumerated", 1);
-        assertEquals(1, events.size());
-        Object[] a = events.get(0).args;
-        assertEquals("HEYVELMAR", a[0]);
-        assertEquals("detail", a[1]);
-        assertEquals(1000L, a[2]);
-        assertEquals(17000L, a[3]);
-        assertEquals(before, a[4]);
-        assertEquals(7L, a[5]);
-        assertEquals(42, a[6]);
-        assertEquals(2, a[7]);  // the engine's type plus one
-        assertEquals(INPUT, a[8]);
-        assertEquals(99L, a[9]);
-        assertNotEquals(Thread.currentThread().getId(), events.get(0).threadId);
-        assertArrayEquals(blob, metadata.read((Long) a[4], 7));
+    private static String[] texts(String... texts) {
+        return texts;
+    }
+
+    private static double[] numbers(double... numbers) {
+        return numbers;
+    }
+
+    // Fires one result on the input decoder's thread and returns the arguments Java received.
+    private Object[] deliver(String kind, String[] texts, double[] numbers, byte[] blob)
+            throws Exception {
+        int before = recorder.named(kind).size();
+        assertEquals(0, FakeNorvo.fire(kind, texts, numbers, blob), kind);
+        List<Event> events = recorder.await(kind, before + 1);
+        assertEquals(before + 1, events.size(), kind);
+        assertNotEquals(Thread.currentThread().getId(), events.get(before).threadId);
+        return events.get(before).args;
     }
 
     @Test
-    void otherDecodersAndUnknownTypesGetNoBlob() throws Exception {
-        long before = metadata.writePosition();
-        assertTrue(FakeNorvo.fireEnumerated(false, "WakeWordService_playback_decoder", "HEYVELMAR",
-                "", 1, 2, 0, 2, new byte[] {9, 9}, 0));
-        Object[] a = recorder.await("enumerated", 1).get(0).args;
-        assertEquals(0L, a[4]);
-        assertEquals(0L, a[5]);
-        assertEquals(3, a[7]);
-        assertEquals(before, metadata.writePosition(), "nothing written for the playback decoder");
-
-        assertTrue(FakeNorvo.fireEnumerated(false, INPUT, "X", "", 1, 2, 0, 3, new byte[0], 0));
-        assertTrue(NativeLog.contains(NativeLog.ERROR, "Unknown detectionType: 3"));
-        assertEquals(1, recorder.named("enumerated").size());
-    }
-
-    @Test
-    void concurrentResultsWriteWholeBlobsAtDistinctPositions() throws Exception {
-        final int threads = 4;
-        final int perThread = 25;
-        final int size = 300;
-        FakeNorvo.fireConcurrently(threads, perThread, size);
-        List<Event> events = recorder.await("enumerated", threads * perThread);
-        assertEquals(threads * perThread, events.size());
-        Set<Long> positions = new HashSet<>();
-        for (Event e : events) {
-            long position = (Long) e.args[4];
-            assertEquals((long) size, e.args[5]);
-            assertTrue(positions.add(position), "position used twice: " + position);
-            byte tag = (byte) ((int) e.args[6] & 0xff);
-            byte[] blob = metadata.read(position, size);
-            assertEquals(size, blob.length);
-            for (byte b : blob) assertEquals(tag, b);
+    void everyResultKindReachesJavaWithItsValues() throws Exception {
+        assertArrayEquals(new Object[] {"HEYVELMAR", "detail", 1000L, 17000L, 0L, 0L, 42, 2,
+                PLAYBACK, 99L}, deliver("enumerated", texts(PLAYBACK, "HEYVELMAR", "detail"),
+                numbers(1000, 17000, 42, 1, 99), new byte[0]));
+        assertArrayEquals(new Object[] {"STOP", "d", 5L, 6L, 0L, 0L, 7, 1, PLAYBACK},
+                deliver("localCommand", texts(PLAYBACK, "STOP", "d"), numbers(5, 6, 7, 0), null));
+        assertTrue(NativeLog.contains(NativeLog.INFO, "Detected a norvo local command"));
+        assertTrue(NativeLog.contains(NativeLog.DEBUG, "SPCH-WW: Local Command DetectionType: 1"));
+        assertArrayEquals(new Object[] {"DogBark", 10L, 20L, 0L, 0L, true, 2, "aed"},
+                deliver("presence", texts("aed", "DogBark"), numbers(10, 20, 2, 1), null));
+        assertArrayEquals(new Object[] {100L, 150L, 0L, 0L, 1, 4, "wws_ntt"},
+                deliver("ntt", texts("wws_ntt"), numbers(100, 0, 150, 4), null));
+        assertArrayEquals(new Object[] {777L}, deliver("endOfSpeech", null, numbers(777), null));
+        assertArrayEquals(new Object[] {"first", "fourth"},
+                deliver("json", texts("first", "second", "third", "fourth"), numbers(1, 2), null));
+        // The decoder-status callbacks call the start or the stop method.
+        for (String kind : new String[] {"aedStatic", "aedCustom", "nttDecoder", "pmaDecoder"}) {
+            for (boolean started : new boolean[] {true, false}) {
+                FakeNorvo.fire(kind, null, numbers(started ? 1 : 0), null, FakeNorvo.JAVA);
+                List<Event> events = recorder.named(kind);
+                assertEquals(started, events.get(events.size() - 1).args[0], kind);
+            }
         }
     }
 
+    // Wake-word and local-command results of the input decoder and NTT results with a blob, of any
+    // decoder, place it in the metadata stream and tell Java where; nothing else writes there.
     @Test
-    void localCommandAndPresence() throws Exception {
-        assertTrue(FakeNorvo.fireEnumerated(true, INPUT, "STOP", "d", 5, 6, 1, 0, new byte[] {4},
-                0));
-        Object[] a = recorder.await("localCommand", 1).get(0).args;
-        assertEquals("STOP", a[0]);
-        assertEquals("d", a[1]);
-        assertEquals(5L, a[2]);
-        assertEquals(6L, a[3]);
-        assertEquals(1L, a[5]);
-        assertEquals(1, a[7]);
-        assertTrue(NativeLog.contains(NativeLog.INFO, "Detected a norvo local command"));
-        assertTrue(NativeLog.contains(NativeLog.DEBUG, "SPCH-WW: Local Command DetectionType: 1"));
-        assertTrue(FakeNorvo.fireEnumerated(true, INPUT, "STOP", "d", 5, 6, 1, 3, new byte[0], 0));
+    void onlyTheResultsThatCarryMetadataWriteIt() throws Exception {
+        byte[] blob = {1, 2, 3, 4, 5, 6, 7};
+        final Object[][] cases = {
+                // kind, texts, numbers, blob, where position and size are, written
+                {"enumerated", texts(INPUT, "A", ""), numbers(1, 2, 0, 0), blob, 4, true},
+                {"enumerated", texts(PLAYBACK, "A", ""), numbers(1, 2, 0, 0), blob, 4, false},
+                {"localCommand", texts(INPUT, "STOP", ""), numbers(1, 2, 0, 0), blob, 4, true},
+                {"localCommand", texts(PLAYBACK, "STOP", ""), numbers(1, 2, 0, 0), blob, 4, false},
+                {"ntt", texts("wws_ntt"), numbers(1, 0, 2, 0), blob, 2, true},
+                {"ntt", texts("wws_ntt"), numbers(1, 0, 2, 0), new byte[0], 2, false},
+                {"presence", texts("aed", "DogBark"), numbers(1, 2, 0, 1), blob, 3, false},
+        };
+        for (Object[] c : cases) {
+            String what = c[0] + " " + ((String[]) c[1])[0] + " " + ((byte[]) c[3]).length;
+            long before = metadata.writePosition();
+            Object[] a = deliver((String) c[0], (String[]) c[1], (double[]) c[2], (byte[]) c[3]);
+            int at = (Integer) c[4];
+            boolean written = (Boolean) c[5];
+            assertEquals(written ? before : 0L, a[at], what);
+            assertEquals(written ? (long) blob.length : 0L, a[at + 1], what);
+            assertEquals(before + (written ? blob.length : 0), metadata.writePosition(), what);
+            if (written) assertArrayEquals(blob, metadata.read(before, blob.length), what);
+        }
+    }
+
+    // Each bound is checked from both sides, with values far out on both sides: a check of the
+    // wrong signedness lets negative or huge values through.
+    @Test
+    void typesAndModesOutsideTheirRangesAreDroppedWithTheirMessage() throws Exception {
+        final int min = Integer.MIN_VALUE, max = Integer.MAX_VALUE;
+        for (int type : new int[] {min, -1, 0, 2, 3, max}) {
+            final boolean known = type >= 0 && type <= 2;
+            String[] wake = texts(PLAYBACK, "A", "");
+            checkDropped("enumerated", wake, numbers(1, 2, 0, type), 7, known ? type + 1 : null,
+                    "Unknown detectionType: " + type);
+            checkDropped("localCommand", wake, numbers(1, 2, 0, type), 7, known ? type + 1 : null,
+                    "Unknown detectionType @ local command detection: " + type);
+            checkDropped("presence", texts("aed", "E"), numbers(1, 2, type, 0), 6,
+                    known ? type : null, "Unknown detectionType @ presenceDetection: " + type);
+        }
         assertTrue(NativeLog.contains(NativeLog.DEBUG, "SPCH-WW: Local Command DetectionType: -1"));
-        assertTrue(NativeLog.contains(NativeLog.ERROR,
-                "Unknown detectionType @ local command detection: 3"));
-        assertEquals(1, recorder.named("localCommand").size());
-
-        assertTrue(FakeNorvo.firePresence("WakeWordService_audiopresence_decoder", "DogBark", 10,
-                20, 2, true));
-        Object[] p = recorder.await("presence", 1).get(0).args;
-        assertEquals("DogBark", p[0]);
-        assertEquals(10L, p[1]);
-        assertEquals(20L, p[2]);
-        assertEquals(0L, p[3]);
-        assertEquals(0L, p[4]);
-        assertEquals(true, p[5]);
-        assertEquals(2, p[6]);  // unchanged, unlike wake words
-        assertTrue(FakeNorvo.firePresence("x", "Bad", 1, 2, -1, false));
-        assertTrue(NativeLog.contains(NativeLog.ERROR, "Unknown detectionType @ presenceDetection: -1"));
-        assertEquals(1, recorder.named("presence").size());
+        for (int mode : new int[] {min, -1, 0, 4, 5, max}) {
+            checkDropped("ntt", texts("wws_ntt"), numbers(1, 0, 2, mode), 5,
+                    mode >= 0 && mode <= 4 ? mode : null,
+                    "SPCH-WW: Unknown NTT active mode: " + mode + ". Ignoring event.");
+        }
+        for (int eventType : new int[] {min, -1, 1, max}) {
+            checkDropped("ntt", texts("wws_ntt"), numbers(1, eventType, 2, 0), 5, null,
+                    "SPCH-WW: Unknown NTT event type: " + eventType + ". Ignoring event.");
+        }
     }
 
-    @Test
-    void turnTakingResultsAndEndOfSpeech() throws Exception {
-        long before = metadata.writePosition();
-        assertTrue(FakeNorvo.fireNtt("wws_ntt", 100, 0, new byte[] {8, 8, 8}, 150, 4));
-        Object[] a = recorder.await("ntt", 1).get(0).args;
-        assertEquals(100L, a[0]);
-        assertEquals(150L, a[1]);
-        assertEquals(before, a[2]);
-        assertEquals(3L, a[3]);
-        assertEquals(1, a[4]);
-        assertEquals(4, a[5]);
-        assertEquals("wws_ntt", a[6]);
-
-        assertTrue(FakeNorvo.fireNtt("wws_ntt", 100, 0, new byte[0], 150, 2));
-        Object[] empty = recorder.await("ntt", 2).get(1).args;
-        assertEquals(0L, empty[2]);
-        assertEquals(0L, empty[3]);
-        assertTrue(FakeNorvo.fireNtt("wws_ntt", 1, 0, new byte[0], 1, 5));
-        assertTrue(NativeLog.contains(NativeLog.ERROR,
-                "SPCH-WW: Unknown NTT active mode: 5. Ignoring event."));
-        assertTrue(FakeNorvo.fireNtt("wws_ntt", 1, 1, new byte[0], 1, 0));
-        assertTrue(NativeLog.contains(NativeLog.ERROR,
-                "SPCH-WW: Unknown NTT event type: 1. Ignoring event."));
-        assertEquals(2, recorder.named("ntt").size());
-
-        assertTrue(FakeNorvo.fireEndOfSpeech(777));
-        assertEquals(777L, recorder.await("endOfSpeech", 1).get(0).args[0]);
+    // Fires one result; expected is what Java receives at index at, or null when it is dropped
+    // with the error message.
+    private void checkDropped(String kind, String[] texts, double[] numbers, int at,
+            Object expected, String message) throws Exception {
+        String what = kind + " " + java.util.Arrays.toString(numbers);
+        if (expected != null) {
+            assertEquals(expected, deliver(kind, texts, numbers, null)[at], what);
+            assertFalse(NativeLog.contains(NativeLog.ERROR, message), what);
+            return;
+        }
+        int before = recorder.named(kind).size();
+        assertEquals(0, FakeNorvo.fire(kind, texts, numbers, null), what);
+        assertTrue(NativeLog.contains(NativeLog.ERROR, message), what);
+        assertEquals(before, recorder.named(kind).size(), what);
     }
 
+    // Records become Java objects field by field; types outside the known ones become "".
     @Test
-    void jsonDataAndDecoderStatus() throws Exception {
-        assertTrue(FakeNorvo.fireJsondata("first", "second", "third", "fourth", 1, 2));
-        Object[] a = recorder.await("json", 1).get(0).args;
-        assertEquals("first", a[0]);
-        assertEquals("fourth", a[1]);
-        FakeNorvo.fireDecoderStatus("aedStatic", true);
-        assertEquals(true, last("aedStatic").args[0]);
-        FakeNorvo.fireDecoderStatus("aedCustom", false);
-        assertEquals(false, last("aedCustom").args[0]);
-        FakeNorvo.fireDecoderStatus("ntt", true);
-        assertEquals(true, last("nttDecoder").args[0]);
-        FakeNorvo.fireDecoderStatus("pma", false);
-        assertEquals(false, last("pmaDecoder").args[0]);
-    }
-
-    @Test
-    void metricsOnBothChannels() throws Exception {
-        assertTrue(FakeNorvo.fireMetrics(false, new String[] {"prog", "src", "name", "val"}, 0,
-                new String[] {"k1", "v1", "k2", "v2"}));
-        NorvoDMSMetricData d = (NorvoDMSMetricData) recorder.await("metrics", 1).get(0).args[0];
-        assertEquals("prog", d.programName);
-        assertEquals("src", d.sourceName);
-        assertEquals("name", d.dataPointName);
-        assertEquals("val", d.dataPointValue);
-        assertEquals("CT", d.dataPointType);
+    void metricsAndFederatedLearningReportsBecomeTheirJavaObjects() throws Exception {
+        NorvoDMSMetricData d = (NorvoDMSMetricData) deliver("metrics",
+                texts("prog", "src", "name", "val", "k1", "v1", "k2", "v2"), numbers(0), null)[0];
+        assertEquals(List.of("prog", "src", "name", "val", "CT", "k2", "v2"),
+                List.of(d.programName, d.sourceName, d.dataPointName, d.dataPointValue,
+                        d.dataPointType, d.metadataList.get(1).metadataName,
+                        d.metadataList.get(1).metadataValue));
         assertEquals(1, d.dataPointSamples);  // as the Java constructor set it
-        assertEquals(2, d.metadataList.size());
-        assertEquals("k2", d.metadataList.get(1).metadataName);
-        assertEquals("v2", d.metadataList.get(1).metadataValue);
+        for (int type : new int[] {-1, 2}) {
+            d = (NorvoDMSMetricData) deliver("metrics", texts("p", "s", "n", "v"), numbers(type),
+                    null)[0];
+            assertEquals("", d.dataPointType);
+            assertNull(d.metadataList);
+        }
+        NorvoDMSQuillanMetricData q = (NorvoDMSQuillanMetricData) deliver("quillanMetrics",
+                texts("g", "sch", "n", "v", "a", "b"), numbers(1), null)[0];
+        assertEquals(List.of("g", "sch", "DV", "a"),
+                List.of(q.groupID, q.schemaID, q.dataPointType, q.metadataList.get(0).metadataName));
 
-        assertTrue(FakeNorvo.fireMetrics(false, new String[] {"p", "s", "n", "v"}, 7, null));
-        NorvoDMSMetricData plain = (NorvoDMSMetricData) recorder.await("metrics", 2).get(1).args[0];
-        assertEquals("", plain.dataPointType);
-        assertNull(plain.metadataList);
-
-        assertTrue(FakeNorvo.fireMetrics(true, new String[] {"g", "sch", "n", "v"}, 1,
-                new String[] {"a", "b"}));
-        NorvoDMSQuillanMetricData q =
-                (NorvoDMSQuillanMetricData) recorder.await("quillanMetrics", 1).get(0).args[0];
-        assertEquals("g", q.groupID);
-        assertEquals("sch", q.schemaID);
-        assertEquals("DV", q.dataPointType);
-        assertEquals("a", q.metadataList.get(0).metadataName);
-        assertTrue(NativeLog.contains(NativeLog.INFO, "Initiate dmsMetricsCallback."));
-        assertTrue(NativeLog.contains(NativeLog.INFO, "Initiate dmsQuillanMetricsCallback."));
-    }
-
-    @Test
-    void federatedLearningEvents() throws Exception {
-        assertTrue(FakeNorvo.fireFederatedLearning(false, "set", "model", 0, "{\"a\":1}",
-                new byte[] {1, 2}, 0f, null));
-        FederatedLearningEvent e =
-                (FederatedLearningEvent) recorder.await("flEvent", 1).get(0).args[0];
+        FederatedLearningEvent e = (FederatedLearningEvent) deliver("flEvent",
+                texts("set", "model", "{\"a\":1}"), numbers(0), new byte[] {1, 2})[0];
         assertTrue(e instanceof WWFederatedLearningEvent);
-        assertEquals("set", e.mModelSetId);
-        assertEquals("model", e.mModelId);
-        assertEquals("wakeword", e.mEventType);
-        assertEquals("{\"a\":1}", e.mMetadataJson);
+        assertEquals(List.of("set", "model", "wakeword", "{\"a\":1}"),
+                List.of(e.mModelSetId, e.mModelId, e.mEventType, e.mMetadataJson));
         assertArrayEquals(new byte[] {1, 2}, e.mData);
-
-        assertTrue(FakeNorvo.fireFederatedLearning(false, "set", "model", 0, "{}", new byte[0],
-                0f, null));
-        assertEquals(0, ((FederatedLearningEvent) recorder.await("flEvent", 2).get(1).args[0])
-                .mData.length);
-
-        assertTrue(FakeNorvo.fireFederatedLearning(true, "set", "model", 0, "{}", new byte[] {3},
-                0.5f, "app"));
-        FederatedLearningUnsecuredEvent u =
-                (FederatedLearningUnsecuredEvent) recorder.await("flUnsecured", 1).get(0).args[0];
+        FederatedLearningUnsecuredEvent u = (FederatedLearningUnsecuredEvent) deliver(
+                "flUnsecured", texts("set", "model", "{}", "app"), numbers(0, 0.5), new byte[0])[0];
         assertTrue(u instanceof WWFederatedLearningUnsecuredEvent);
-        assertEquals(0.5f, u.mSmpcScaleValue);
-        assertEquals("app", u.mApplicationId);
-
+        assertEquals(List.of(0.5f, "app", 0), List.of(u.mSmpcScaleValue, u.mApplicationId,
+                u.mData.length));
         // Unknown kinds are handed over with an empty type, then reported as an exception.
-        assertTrue(FakeNorvo.fireFederatedLearning(false, "set", "model", 7, "{}", new byte[0],
-                0f, null));
-        assertEquals("", ((FederatedLearningEvent) recorder.await("flEvent", 3).get(2).args[0])
-                .mEventType);
-
-        // Null model ids never reach Java.
-        assertTrue(FakeNorvo.fireFederatedLearning(false, "set", null, 0, "{}", new byte[0], 0f,
-                null));
-        assertTrue(FakeNorvo.fireFederatedLearning(true, "set", null, 0, "{}", new byte[0], 0f,
-                null));
-        assertTrue(FakeNorvo.fireFederatedLearning(true, "set", "m", -100, "{}", new byte[0], 0f,
-                null));
-        assertEquals(3, recorder.named("flEvent").size());
+        assertEquals("", ((FederatedLearningEvent) deliver("flEvent", texts("set", "model", "{}"),
+                numbers(7), null)[0]).mEventType);
+        // Null model ids and missing event records never reach Java.
+        FakeNorvo.fire("flEvent", texts("set", null, "{}"), numbers(0), null);
+        FakeNorvo.fire("flUnsecured", texts("set", null, "{}", "a"), numbers(0), null);
+        FakeNorvo.fire("flUnsecured", texts("set", "m", "{}", "a"), numbers(-100), null);
+        assertEquals(2, recorder.named("flEvent").size());
         assertEquals(1, recorder.named("flUnsecured").size());
-        assertTrue(NativeLog.contains(NativeLog.ERROR,
-                "FederatedLearningEventCallback Failed, model is null"));
-        assertTrue(NativeLog.contains(NativeLog.ERROR,
-                "FederatedLearningUnsecuredEventCallback Failed, model is null"));
-        assertTrue(NativeLog.contains(NativeLog.ERROR,
-                "FederatedLearningUnsecuredEventCallback Failed, unsecuredEventDataPtr is null"));
-    }
-
-    @Test
-    void idleDetectionAnswerIsWrittenBackIntoTheEngineRecord() throws Exception {
+        expectErrors("FederatedLearningEventCallback Failed, model is null",
+                "FederatedLearningUnsecuredEventCallback Failed, model is null",
+                "FederatedLearningUnsecuredEventCallback Failed, unsecuredEventDataPtr is null");
+        // The answer to an idle-detection question is written back into the engine's record.
         recorder.idleAnswer = 3600;
-        assertEquals(3600, FakeNorvo.fireIdleDetection("set", "model", 12));
+        assertEquals(3600, FakeNorvo.fire("flIdle", texts("set", "model"), numbers(12), null));
         FederatedLearningIdleDetectionResult r =
-                (FederatedLearningIdleDetectionResult) recorder.await("flIdle", 1).get(0).args[0];
+                (FederatedLearningIdleDetectionResult) recorder.named("flIdle").get(0).args[0];
         assertTrue(r instanceof WWFederatedLearningIdleDetectionResult);
         assertEquals("set", r.mModelSetId);
-        assertTrue(NativeLog.contains(NativeLog.DEBUG,
-                "FederatedLearningIdleDetectionResultCallback - Device idle time (seconds): 3600"));
-        recorder.idleAnswer = -1;
-        assertEquals(12, FakeNorvo.fireIdleDetection("set", "model", 12));  // unanswered: unchanged
+        recorder.idleAnswer = -1;  // unanswered: unchanged
+        assertEquals(12, FakeNorvo.fire("flIdle", texts("set", "model"), numbers(12), null));
+    }
+
+    private static void expectErrors(String... messages) {
+        for (String message : messages) {
+            assertTrue(NativeLog.contains(NativeLog.ERROR, message), message);
+        }
     }
 
     @Test
     void handlerExceptionIsClearedAndTheEngineThreadGoesOn() throws Exception {
         recorder.throwOnCallback = new IllegalStateException("handler failed");
-        assertTrue(FakeNorvo.fireEnumerated(false, INPUT, "A", "", 1, 2, 0, 0, new byte[0], 0));
+        FakeNorvo.fire("enumerated", texts(INPUT, "A", ""), numbers(1, 2), null);
         recorder.throwOnCallback = null;
-        assertTrue(FakeNorvo.fireEnumerated(false, INPUT, "B", "", 1, 2, 0, 0, new byte[0], 0));
-        List<Event> events = recorder.await("enumerated", 2);
-        assertEquals("A", events.get(0).args[0]);
-        assertEquals("B", events.get(1).args[0]);
-    }
-
-    private Event last(String kind) {
-        List<Event> events = recorder.named(kind);
-        return events.get(events.size() - 1);
+        assertEquals("B", deliver("enumerated", texts(INPUT, "B", ""), numbers(1, 2), null)[0]);
+        assertEquals("A", recorder.named("enumerated").get(0).args[0]);
     }
 
     @Test
@@ -289,7 +225,7 @@ class ResultCallbacksTest extends ServiceHarness {
                 int before = recorder.named(kind).size();
                 // On a Java thread a pending exception would surface here, thrown by the native
                 // call; the number is of local references the callback left on this thread.
-                assertDoesNotThrow(() -> assertEquals(0, FakeNorvo.callBridgeDirectly(kind, false),
+                assertDoesNotThrow(() -> assertEquals(0, FakeNorvo.fireBridge(kind, FakeNorvo.JAVA),
                         kind + ": local references left"), kind);
                 assertEquals(before + 1, recorder.named(kind).size(), kind);
             }
@@ -297,22 +233,15 @@ class ResultCallbacksTest extends ServiceHarness {
     }
 
     @Test
-    void nativeThreadsAreDetachedAfterEveryCallback() {
-        for (String kind : CALLBACKS) {
-            int before = recorder.named(kind).size();
-            assertEquals(0, FakeNorvo.callBridgeDirectly(kind, true), kind);
-            assertEquals(before + 1, recorder.named(kind).size(), kind);
-        }
-    }
-
-    @Test
-    void nothingReachesJavaAfterDestroy() {
-        assertTrue(core.nDestroyNativeService());
-        for (String kind : CALLBACKS) {
-            int before = recorder.named(kind).size();
-            assertEquals(0, FakeNorvo.callBridgeDirectly(kind, false), kind);
-            assertEquals(0, FakeNorvo.callBridgeDirectly(kind, true), kind);
-            assertEquals(before, recorder.named(kind).size(), kind);
+    void nativeThreadsAreDetachedAfterEveryCallbackAndNothingReachesJavaAfterDestroy() {
+        for (boolean destroyed : new boolean[] {false, true}) {
+            if (destroyed) assertTrue(core.nDestroyNativeService());
+            for (String kind : CALLBACKS) {
+                int before = recorder.named(kind).size();
+                assertEquals(0, FakeNorvo.fireBridge(kind, FakeNorvo.NATIVE), kind);
+                if (destroyed) assertEquals(0, FakeNorvo.fireBridge(kind, FakeNorvo.JAVA), kind);
+                assertEquals(before + (destroyed ? 0 : 1), recorder.named(kind).size(), kind);
+            }
         }
     }
 }

@@ -8,7 +8,7 @@ import velmar.speech.test.FakeNorvo;
 import velmar.speech.test.NativeLog;
 import velmar.speech.test.Recorder;
 
-/** One native service per test on the fake engine, torn down after it. */
+// One native service per test on the fake engine, torn down after it.
 abstract class ServiceHarness {
     static final String INPUT = "WakeWordService_input_decoder";
 
@@ -34,7 +34,7 @@ abstract class ServiceHarness {
         FakeNorvo.reset();
         NativeLog.start();
         recorder = new Recorder();
-        core = new NativeWakeWordServiceCore(recorder);
+        core = new NativeWakeWordServiceCore(recorder.listener);
         audio = new AudioStream(AudioStream.FORMAT_PCM_16_BIT, 16000, 1, 1 << 18);
         oneMic = new AudioStream(AudioStream.FORMAT_PCM_16_BIT, 16000, 1, 1 << 16);
         metadata = new AudioStream(AudioStream.FORMAT_PCM_16_BIT, 16000, 1, 1 << 16);

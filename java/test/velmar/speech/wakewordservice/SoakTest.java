@@ -15,12 +15,10 @@ import velmar.speech.test.FakeNorvo;
 import velmar.speech.test.NativeLog;
 import velmar.speech.test.ProcessStats;
 
-/**
- * Everything at once: microphone and playback buffers as fast as they go while other threads
- * switch detection, models, properties and modes, inject files, and fire engine results into Java.
- * Afterwards both frame counters equal what reached the engine, and memory and threads are back.
- * The suite runs a short form; scripts/soak.sh runs 10^6 buffers (-Dsoak.buffers).
- */
+// Everything at once: microphone and playback buffers as fast as they go while other threads
+// switch detection, models, properties and modes, inject files, and fire engine results into Java.
+// Afterwards both frame counters equal what reached the engine, and memory and threads are back.
+// The suite runs a short form; scripts/soak.sh runs 10^6 buffers (-Dsoak.buffers).
 class SoakTest extends ServiceHarness {
     private static final String PLAYBACK = "WakeWordService_playback_decoder";
 
@@ -79,9 +77,9 @@ class SoakTest extends ServiceHarness {
         });
         Thread results = new Thread(() -> {
             for (int i = 0; !done.get(); i++) {
-                FakeNorvo.fireEnumerated(false, INPUT, "HEYVELMAR", "", i, i + 1, 0, 0,
-                        new byte[] {1, 2, 3}, 0);
-                FakeNorvo.fireMetrics(false, new String[] {"p", "s", "n", "v"}, 0, null);
+                FakeNorvo.fire("enumerated", new String[] {INPUT, "HEYVELMAR", ""},
+                        new double[] {i, i + 1}, new byte[] {1, 2, 3});
+                FakeNorvo.fire("metrics", new String[] {"p", "s", "n", "v"}, null, null);
             }
         });
         // Buffers go in chunks until the count, enough control rounds and enough results are
@@ -136,20 +134,14 @@ class SoakTest extends ServiceHarness {
         final Map<String, Integer> threadsAfter = ProcessStats.libraryThreadsSettledAt(threadsBefore);
         final long resultsIntoJava = recorder.count("enumerated") + recorder.count("metrics");
         if (report) {
-            System.out.printf("soak: %d microphone and %d playback buffers in %.1f s "
-                            + "(%.0f buffers/s), %d control rounds, %d results into Java%n",
-                    microphoneBuffers, playbackBuffers.get(), seconds,
-                    (microphoneBuffers + playbackBuffers.get()) / seconds, controlRounds.get(),
-                    resultsIntoJava);
-            System.out.printf("soak: input frames %d (%d discontinuities), playback frames %d "
-                            + "(%d discontinuities)%n",
-                    input[1], input[2], played[1], played[2]);
-            System.out.printf("soak: native heap %+d kB (%+.0f kB per 10^6 buffers); resident "
-                            + "memory %d kB after warm-up, %d kB at the end (%+d kB, the JVM's "
-                            + "heap included); library threads %s before, %s after%n",
-                    heapGrownKb, heapGrownKb * 1e6 / (microphoneBuffers + playbackBuffers.get()),
-                    residentBefore, residentAfter, residentAfter - residentBefore, threadsBefore,
-                    threadsAfter);
+            System.out.printf("soak: %d microphone and %d playback buffers in %.1f s, %d control "
+                            + "rounds, %d results into Java; input frames %d (%d discontinuities), "
+                            + "playback frames %d (%d discontinuities); native heap %+d kB, resident "
+                            + "memory %+d kB (the JVM's heap included); library threads %s before, "
+                            + "%s after%n",
+                    microphoneBuffers, playbackBuffers.get(), seconds, controlRounds.get(),
+                    resultsIntoJava, input[1], input[2], played[1], played[2], heapGrownKb,
+                    residentAfter - residentBefore, threadsBefore, threadsAfter);
         }
         // Each path has one writer at a time: every push starts where the one before it ended.
         assertEquals(0, input[2], "input index jumps");

@@ -11,7 +11,7 @@ import velmar.speech.test.FakeNorvo;
 import velmar.speech.test.NativeLog;
 import velmar.speech.test.Recorder;
 
-/** Runs in a JVM of its own, whose NativeWakeWordServiceCore lacks handleNttEndOfSpeechResult. */
+// Runs in a JVM of its own, whose NativeWakeWordServiceCore lacks handleNttEndOfSpeechResult.
 class NoEndOfSpeechTest {
     @Test
     void libraryLoadsAndEndOfSpeechIsOnlyWarnedAbout() throws Exception {
@@ -22,7 +22,7 @@ class NoEndOfSpeechTest {
         Recorder recorder = new Recorder();
         NativeWakeWordServiceCore core;
         try {
-            core = new NativeWakeWordServiceCore(recorder);  // loads the library now
+            core = new NativeWakeWordServiceCore(recorder.listener);  // loads the library now
         } finally {
             System.setErr(originalErr);
         }
@@ -40,12 +40,12 @@ class NoEndOfSpeechTest {
             assertEquals(0, core.nCreateNativeService("pkg", audio, null, metadata, "/m", "/a",
                     null, null, null, new String[] {"HEYVELMAR"}, false, false, false, false,
                     false, true, false, 0, 320, 0, 9));
-            assertTrue(FakeNorvo.fireEndOfSpeech(5));
+            assertEquals(0, FakeNorvo.fire("endOfSpeech", null, new double[] {5}, null));
             assertTrue(NativeLog.contains(NativeLog.WARN, "Can not surface NttEndOfSpeech to jni"));
             assertEquals(0, recorder.named("endOfSpeech").size());
             // Everything else still works.
-            assertTrue(FakeNorvo.fireEnumerated(false, "WakeWordService_input_decoder", "HEYVELMAR",
-                    "", 1, 2, 0, 0, new byte[0], 0));
+            assertEquals(0, FakeNorvo.fire("enumerated", new String[] {
+                    "WakeWordService_input_decoder", "HEYVELMAR", ""}, new double[] {1, 2}, null));
             assertEquals(1, recorder.await("enumerated", 1).size());
             assertTrue(core.nDestroyNativeService());
         }
