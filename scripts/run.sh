@@ -9,7 +9,7 @@ usage() {
   cat <<'EOF'
 usage: scripts/run.sh [options] [FILE.wav]
   (no input)          inject the sample utterance, build/samples/utterance.wav
-  FILE.wav            inject your own 16 kHz mono 16-bit WAV file, in real time
+  FILE.wav, --wav F   inject your own 16 kHz mono 16-bit WAV file, in real time
   --live -|FILE       play 16 kHz mono 16-bit PCM (a WAV stream, or raw) from standard input or
                       a file on the microphone, live:
                         arecord -q -r 16000 -f S16_LE -c 1 | scripts/run.sh --live -
@@ -27,20 +27,21 @@ args=()
 input=""
 manifest=engine/pocketsphinx/models/default.manifest
 needs() { [ $# -ge 2 ] && [ -n "$2" ] || { echo "run: $1 needs a value" >&2; usage >&2; exit 2; }; }
+one_input() { [ -z "$input" ] || { echo "run: give one input" >&2; usage >&2; exit 2; }; input=$1; }
 while [ $# -gt 0 ]; do
   case "$1" in
     -h|--help) usage; exit 0 ;;
-    --live) needs "$@"; input=live; args+=(--live "$2"); shift 2 ;;
+    --live) needs "$@"; one_input live; args+=(--live "$2"); shift 2 ;;
+    --wav) needs "$@"; one_input wav; args+=(--wav "$2"); shift 2 ;;
     --mic)
-      input=mic
+      one_input mic
       if [ $# -ge 2 ] && [ "${2#-}" = "$2" ]; then args+=(--mic "$2"); shift 2
       else args+=(--mic default); shift; fi ;;
     --manifest) needs "$@"; manifest=$2; shift 2 ;;
     --seconds|--wake-words) needs "$@"; args+=("$1" "$2"); shift 2 ;;
     --verbose) args+=(--verbose); shift ;;
     -*) echo "run: unknown option $1" >&2; usage >&2; exit 2 ;;
-    *) [ -z "$input" ] || { echo "run: give one input" >&2; usage >&2; exit 2; }
-       input=wav; args+=(--wav "$1"); shift ;;
+    *) one_input wav; args+=(--wav "$1"); shift ;;
   esac
 done
 

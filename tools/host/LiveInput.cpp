@@ -138,8 +138,19 @@ std::string rawPcmWarning(const std::vector<int16_t>& samples, const std::string
 }
 
 LiveInput readLiveInput(int fd, const std::string& name) {
+    if (isatty(fd)) {
+        LiveInput input;
+        input.error = name + " is a terminal, not audio: pipe a recorder into it (arecord -q -r "
+                             "16000 -f S16_LE -c 1 | scripts/run.sh --live -), or use --mic";
+        return input;
+    }
     uint8_t start[12];
     size_t got = readUpTo(fd, start, sizeof(start));
+    if (got == 0) {
+        LiveInput input;
+        input.error = name + " ended before any audio (did the recorder start?)";
+        return input;
+    }
     if (got == sizeof(start) && memcmp(start, "RIFF", 4) == 0 && memcmp(start + 8, "WAVE", 4) == 0) {
         return readWavHeader(fd, name);
     }
@@ -149,10 +160,9 @@ LiveInput readLiveInput(int fd, const std::string& name) {
     // holding a slow pipe back for long.
     std::vector<uint8_t> bytes(start, start + got);
     bytes.resize(2 * kRate);
-    if (got == sizeof(start)) {
-        got += readUpTo(fd, bytes.data() + got, bytes.size() - got, nowMs() + 1500);
-    }
-    if (got % 2 != 0) got += readUpTo(fd, bytes.data() + got, 1);  // never split a sample
+    const int64_t deadline = nowMs() + 1500;
+    if (got == sizeof(start)) got += readUpTo(fd, bytes.data() + got, bytes.size() - got, deadline);
+    if (got % 2 != 0) got += readUpTo(fd, bytes.data() + got, 1, deadline);  // a whole sample
     bytes.resize(got);
     input.samples.resize(got / 2);
     for (size_t i = 0; i < input.samples.size(); ++i) {

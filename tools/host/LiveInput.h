@@ -20,7 +20,8 @@ struct LiveInput {
 };
 
 // Reads from fd (blocking) until the format is known: a WAV stream up to its data, raw input up to
-// about a second of audio (less if the input ends or pauses longer). name is how messages call it.
+// about a second of audio (less if the input ends or pauses longer). A terminal or an input that
+// ends at once is an error. name is how messages call it.
 LiveInput readLiveInput(int fd, const std::string& name);
 
 // The warning for raw samples that cannot be a microphone's 16-bit PCM, or "" (also for too little

@@ -5,6 +5,7 @@
 #include <media/AlsaPcm.h>
 
 #include <algorithm>
+#include <chrono>
 #include <cerrno>
 #include <cstdarg>
 #include <cstdio>
@@ -36,6 +37,10 @@ void alsaMessage(const char* file, int line, const char* /*function*/, int err, 
 int openCapture(const std::string& device, uint32_t rate, snd_pcm_t** pcm, std::string* why) {
     snd_lib_error_set_handler(alsaMessage);
     int err = snd_pcm_open(pcm, device.c_str(), SND_PCM_STREAM_CAPTURE, SND_PCM_NONBLOCK);
+    if (err == -ENOENT) {
+        *why = "no ALSA device named '" + device + "' (arecord -L lists them)";
+        return err;
+    }
     if (err < 0) {
         *why = "cannot open ALSA device '" + device + "' for capture: " + snd_strerror(err);
         return err;
@@ -46,7 +51,8 @@ int openCapture(const std::string& device, uint32_t rate, snd_pcm_t** pcm, std::
     if (err >= 0) err = snd_pcm_start(*pcm);
     if (err < 0) {
         *why = "ALSA device '" + device + "' cannot capture " + std::to_string(rate) +
-               " Hz mono 16-bit: " + snd_strerror(err);
+               " Hz mono 16-bit: " + snd_strerror(err) +
+               (device.rfind("hw:", 0) == 0 ? " (plug" + device + " converts)" : "");
         snd_pcm_close(*pcm);
         *pcm = nullptr;
     }
@@ -74,6 +80,11 @@ std::string AlsaPcm::probe(const std::string& device) {
 
 status_t AlsaPcm::startCapture(uint32_t sampleRate, uint32_t channelCount) {
     if (channelCount == 0 || sampleRate == 0) return BAD_VALUE;
+    std::lock_guard<std::mutex> capture(mCaptureLock);
+    if (mPcm != nullptr) {  // one recording at a time, as a capture device allows
+        ALOGE("capture from '%s' is already open for another recording", mDevice.c_str());
+        return INVALID_OPERATION;
+    }
     snd_pcm_t* pcm = nullptr;
     std::string why;
     int err = openCapture(mDevice, sampleRate, &pcm, &why);
@@ -82,35 +93,31 @@ status_t AlsaPcm::startCapture(uint32_t sampleRate, uint32_t channelCount) {
         ALOGE("%s", why.c_str());
         return err == -ENOENT || err == -ENODEV ? NAME_NOT_FOUND : NO_INIT;
     }
-    std::lock_guard<std::mutex> guard(mLock);
-    if (mPcm != nullptr) {  // one recording at a time, as a capture device allows
-        snd_pcm_close(pcm);
-        ALOGE("capture from '%s' is already open for another recording", mDevice.c_str());
-        return INVALID_OPERATION;
+    bool reopened = mFailed.exchange(false);
+    mOpens.fetch_add(1);
+    {
+        std::lock_guard<std::mutex> guard(mLock);
+        mLastEvent.clear();
+        mSamples.clear();
+        mStop = false;
     }
-    mLastEvent.clear();
-    if (mOpens.fetch_add(1) > 0) mEvents.push_back("capture from '" + mDevice + "' opened again");
-    mSamples.clear();
-    mStop = false;
-    mFailed.store(false);
+    // Only a restart after a failure is news; a recording stopped and started by its client is not.
+    if (reopened) note("capture from '" + mDevice + "' opened again");
     mPcm = pcm;
     mReader = std::thread(&AlsaPcm::readLoop, this, static_cast<void*>(pcm), sampleRate);
     return NO_ERROR;
 }
 
 void AlsaPcm::stopCapture() {
-    std::thread reader;
-    void* pcm;
+    std::lock_guard<std::mutex> capture(mCaptureLock);
     {
         std::lock_guard<std::mutex> guard(mLock);
         mStop = true;
-        reader = std::move(mReader);
-        pcm = mPcm;
-        mPcm = nullptr;
     }
     mRoom.notify_all();
-    if (reader.joinable()) reader.join();
-    if (pcm != nullptr) snd_pcm_close(static_cast<snd_pcm_t*>(pcm));
+    if (mReader.joinable()) mReader.join();
+    if (mPcm != nullptr) snd_pcm_close(static_cast<snd_pcm_t*>(mPcm));
+    mPcm = nullptr;
 }
 
 bool AlsaPcm::failed() const {
@@ -158,7 +165,7 @@ void AlsaPcm::fail(const std::string& why) {
 void AlsaPcm::readLoop(void* handle, uint32_t sampleRate) {
     snd_pcm_t* pcm = static_cast<snd_pcm_t*>(handle);
     std::vector<int16_t> chunk(std::max<uint32_t>(sampleRate / 100, 1));  // 10 ms
-    int silentMs = 0;
+    auto lastFrames = std::chrono::steady_clock::now();
     for (;;) {
         {
             std::unique_lock<std::mutex> lock(mLock);
@@ -167,36 +174,43 @@ void AlsaPcm::readLoop(void* handle, uint32_t sampleRate) {
             mRoom.wait_for(lock, std::chrono::milliseconds(kWaitStepMs),
                            [this] { return mStop || mSamples.size() < mCapacity; });
             if (mStop) return;
-            if (mSamples.size() >= mCapacity) continue;
+            if (mSamples.size() >= mCapacity) {
+                lastFrames = std::chrono::steady_clock::now();  // waiting on us is no stall
+                continue;
+            }
         }
         int ready = snd_pcm_wait(pcm, kWaitStepMs);
-        snd_pcm_sframes_t got = ready < 0 ? ready : -EAGAIN;
+        snd_pcm_sframes_t got = ready < 0 ? ready : 0;
         if (ready > 0) {
             // A file-backed PCM past the end of its file fills nothing: that reads as silence.
             std::fill(chunk.begin(), chunk.end(), 0);
             got = snd_pcm_readi(pcm, chunk.data(), chunk.size());
         }
-        if (got == -EAGAIN || ready == 0) {
-            silentMs += ready == 0 ? kWaitStepMs : 0;
+        if (got < 0 && got != -EAGAIN) {
+            // An overrun (EPIPE) or a suspend (ESTRPIPE) is recovered in place; anything else,
+            // such as ENODEV from a device that is gone, ends the capture. A resumed stream runs
+            // already; a re-prepared one has to be started again.
+            if (got == -EPIPE) mOverruns.fetch_add(1);
+            int err = snd_pcm_recover(pcm, static_cast<int>(got), 1);
+            if (err >= 0 && snd_pcm_state(pcm) == SND_PCM_STATE_PREPARED) err = snd_pcm_start(pcm);
+            if (err < 0) {
+                fail(snd_strerror(err));
+                return;
+            }
+            continue;
+        }
+        auto now = std::chrono::steady_clock::now();
+        if (got <= 0) {
+            // Nothing this time, however the device said so (a timeout, EAGAIN, zero frames).
+            auto silentMs =
+                    std::chrono::duration_cast<std::chrono::milliseconds>(now - lastFrames).count();
             if (silentMs >= mStallTimeoutMs) {
                 fail("the device delivered nothing for " + std::to_string(silentMs) + " ms");
                 return;
             }
             continue;
         }
-        if (got < 0) {
-            // An overrun (EPIPE) or a suspend (ESTRPIPE) is recovered in place; anything else,
-            // such as ENODEV from a device that is gone, ends the capture.
-            if (got == -EPIPE) mOverruns.fetch_add(1);
-            int err = snd_pcm_recover(pcm, static_cast<int>(got), 1);
-            if (err >= 0) err = snd_pcm_start(pcm);
-            if (err < 0) {
-                fail(snd_strerror(static_cast<int>(got)));
-                return;
-            }
-            continue;
-        }
-        silentMs = 0;
+        lastFrames = now;
         std::lock_guard<std::mutex> guard(mLock);
         mSamples.insert(mSamples.end(), chunk.begin(), chunk.begin() + got);
     }

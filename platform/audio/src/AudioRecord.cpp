@@ -179,7 +179,11 @@ void AudioRecord::callbackLoop() {
             endCapture();
             return;
         }
-        sp<host::PcmProducer> producer = host::internal::producerFor(mInputSource);
+        // The producer whose capture started is the one read; without one (nothing was attached
+        // when the recording started) whatever is attached now.
+        sp<host::PcmProducer> producer = mCaptureProducer != nullptr
+                                                 ? mCaptureProducer
+                                                 : host::internal::producerFor(mInputSource);
         size_t frames = producer == nullptr
                                 ? 0
                                 : producer->produce(mBuffer.data(), mFrameCount, mChannelCount);

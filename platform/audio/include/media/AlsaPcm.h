@@ -1,14 +1,14 @@
 // A microphone on the host through ALSA: a PcmProducer that captures from an ALSA device ("default",
-// "hw:1", "plughw:1,0", or any PCM an asoundrc defines) while a recording on its source runs.
+// "plughw:1,0", or any PCM an asoundrc defines) while a recording on its source runs.
 //
-// Each recording that starts opens the device for 16-bit mono at the recording's rate (ALSA's plug
-// layer converts where the device cannot) and a reader thread of its own moves what the device
-// delivers into a bounded buffer; produce() hands out what is buffered without waiting. When the
-// device reports an error it cannot recover from (a USB microphone pulled out: ENODEV), or delivers
-// nothing for stallTimeoutMs, the producer turns failed() once what it buffered has been handed
-// out: the recording ends as if the platform had stopped it, and the service's capture supervision
-// starts a new recording, which opens the device again. An overrun (the reader fell behind) is
-// recovered in place and counted.
+// Each recording that starts opens the device for 16-bit mono at the recording's rate (a plug
+// device such as "default" or "plughw:N" converts; a bare "hw:N" must support it) and a reader
+// thread of its own moves what the device delivers into a bounded buffer; produce() hands out what
+// is buffered without waiting. When the device reports an error it cannot recover from (a USB
+// microphone pulled out: ENODEV), or delivers nothing for stallTimeoutMs, the producer turns
+// failed() once what it buffered has been handed out: the recording ends as if the platform had
+// stopped it, and the service's capture supervision starts a new recording, which opens the device
+// again. An overrun (the reader fell behind) or a suspend is recovered in place.
 //
 // Threads: startCapture()/stopCapture() on the recording's controlling or callback thread;
 // produce() and failed() on the recording's callback thread; the reader thread is internal; the
@@ -65,13 +65,16 @@ class AlsaPcm : public PcmProducer {
     const int mStallTimeoutMs;
     const size_t mCapacity;
 
-    mutable std::mutex mLock;       // guards what follows up to mReader
+    mutable std::mutex mLock;       // guards the four fields below and mLastEvent
     std::condition_variable mRoom;  // signalled when produce() takes frames, or on stop
     std::deque<int16_t> mSamples;   // mono frames read and not yet delivered
     bool mStop = false;             // the reader is asked to end
     std::vector<std::string> mEvents;
     std::string mLastEvent;  // not noted twice in a row; cleared when the device opens
-    std::thread mReader;  // started by startCapture(), joined by stopCapture()
+
+    // Serialises startCapture() and stopCapture(); guards the two fields below.
+    std::mutex mCaptureLock;
+    std::thread mReader;   // started by startCapture(), joined by stopCapture()
     void* mPcm = nullptr;  // snd_pcm_t*, open from startCapture() to stopCapture()
 
     std::atomic<bool> mFailed{false};

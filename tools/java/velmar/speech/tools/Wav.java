@@ -52,7 +52,10 @@ public final class Wav {
      */
     public static long framesPromised(File file) throws IOException {
         try {
-            return AudioSystem.getAudioFileFormat(file).getFrameLength();
+            long frames = AudioSystem.getAudioFileFormat(file).getFrameLength();
+            // A recorder writing to a pipe cannot know the length and puts a placeholder near
+            // 2^31 bytes there; a stream saved to a file keeps it.
+            return frames * 2 >= 0x7FFF0000L ? -1 : frames;
         } catch (UnsupportedAudioFileException e) {
             throw new IOException(file + " is not a WAV file");
         }
