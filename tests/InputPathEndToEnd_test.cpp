@@ -1,6 +1,6 @@
-// End to end on the native side: a WAV file injected into the service, and live microphone audio
-// from the host audio system, reach the input decoder sample for sample with running indices, and
-// the mirror stream holds the same bytes.
+// End to end on the native side: a WAV file injected into the service in real time, and live
+// microphone audio from the host audio system, reach the input decoder sample for sample with
+// running indices, and the mirror stream holds the same bytes.
 #include <gtest/gtest.h>
 #include <media/HostAudio.h>
 #include <norvo_fake/FakeNorvo.h>
@@ -45,9 +45,13 @@ TEST(InputPathEndToEnd, InjectedFileReachesTheDecoderAndTheMirror) {
     std::vector<int16_t> file = wws_test::rampSamples(16050, -8000);
     std::string path = wws_test::writeWav("utterance.wav", file, 16000);
 
+    const auto started = std::chrono::steady_clock::now();
     ASSERT_EQ(0, service->injectWaveFile(path.c_str(), false));
     ASSERT_TRUE(wws_test::waitFor([&] { return !service->mInjector->isInjecting(); },
                                   std::chrono::seconds(20)));
+    // Real time: the 125 whole blocks of this 1.003 s file take at least their second. A busy
+    // machine only makes it longer.
+    EXPECT_GE(std::chrono::steady_clock::now() - started, std::chrono::milliseconds(990));
 
     EXPECT_EQ(file, norvo_fake::pushedSamples(kInput));
     EXPECT_EQ(file, wws_test::drain(mirror));

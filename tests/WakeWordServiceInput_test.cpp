@@ -123,38 +123,41 @@ TEST_F(WakeWordServiceInput, ThreeChannelBuffersGoWholeToStreamAndDecoder) {
     EXPECT_EQ(160u, service->mInputFrameCount);
 }
 
+// Buffers outside 1..240000 frames are dropped with a message naming their source and followed
+// by the boundary dump; overruns are only warnings.
 TEST_F(WakeWordServiceInput, FrameCountsOutsideOneTo240000AreDropped) {
+    config.playbackViaAudioRecord = true;
     sp<WakeWordService> service = start();
     log.clear();
     std::vector<int16_t> big(240001);
+    std::vector<int16_t> none;
     wws_test::deliverInput(*service, big, 240001);
     wws_test::deliverInput(*service, big, 0);
-    EXPECT_EQ(0u, service->mInputFrameCount);
-    EXPECT_TRUE(norvo_fake::pushedMetadata(kInput).empty());
-    EXPECT_TRUE(log.contains(
-            ANDROID_LOG_ERROR, kTag,
-            "EVENT_MORE_DATA: audioBuffer->frameCount from input is out of range. "
-            "frameCount=240001, minAllowed=1, maxAllowed=240000, mInputFrameCount=0, "
-            "mPlaybackFrameCount=0"));
-    EXPECT_TRUE(log.contains("EVENT_MORE_DATA: audioBuffer->frameCount from input is out of "
-                             "range. frameCount=0, minAllowed=1, maxAllowed=240000, "
-                             "mInputFrameCount=0, mPlaybackFrameCount=0"));
+    wws_test::deliverPlayback(*service, none);
+    WakeWordService::audioRecordCallbackFn(android::AudioRecord::EVENT_OVERRUN, service.get(),
+                                           nullptr);
+    WakeWordService::playbackAudioRecordCallbackFn(android::AudioRecord::EVENT_OVERRUN,
+                                                   service.get(), nullptr);
+    const std::string bounds = ", minAllowed=1, maxAllowed=240000, mInputFrameCount=0, "
+                               "mPlaybackFrameCount=0";
+    EXPECT_EQ((std::vector<std::string>{
+                      "EVENT_MORE_DATA: audioBuffer->frameCount from input is out of range. "
+                      "frameCount=240001" + bounds,
+                      "EVENT_MORE_DATA: audioBuffer->frameCount from input is out of range. "
+                      "frameCount=0" + bounds,
+                      "EVENT_MORE_DATA: audioBuffer->frameCount from playback is out of range. "
+                      "frameCount=0" + bounds}),
+              log.messages(ANDROID_LOG_ERROR, kTag));
+    EXPECT_EQ((std::vector<std::string>{"[input] AudioRecord reported overrun!",
+                                        "[playback] AudioRecord reported overrun!"}),
+              log.messages(ANDROID_LOG_WARN, kTag));
     // Each drop is followed by the boundary dump (two guard lines with this text per dump).
-    EXPECT_EQ(4u, log.count("FRAME_COUNT_BOUNDARIES: before_boundary=0xdeadbeef"));
+    EXPECT_EQ(6u, log.count("FRAME_COUNT_BOUNDARIES: before_boundary=0xdeadbeef"));
+    EXPECT_TRUE(norvo_fake::pushedMetadata(kInput).empty());
 
     wws_test::deliverInput(*service, big, 240000);
     EXPECT_EQ(240000u, service->mInputFrameCount);
     EXPECT_EQ(sampleEvent(240000, 0), norvo_fake::pushedMetadata(kInput).back());
-}
-
-TEST_F(WakeWordServiceInput, OverrunIsOnlyAWarning) {
-    sp<WakeWordService> service = start();
-    WakeWordService::audioRecordCallbackFn(android::AudioRecord::EVENT_OVERRUN, service.get(),
-                                           nullptr);
-    WakeWordService::audioRecordCallbackFn(android::AudioRecord::EVENT_NEW_POS, service.get(),
-                                           nullptr);
-    EXPECT_TRUE(log.contains(ANDROID_LOG_WARN, kTag, "[input] AudioRecord reported overrun!"));
-    EXPECT_EQ(0u, service->mInputFrameCount);
 }
 
 TEST_F(WakeWordServiceInput, BuffersWithoutModelOrWriterAreNotCounted) {
@@ -228,8 +231,6 @@ TEST_F(WakeWordServiceInput, MicrophoneIsIgnoredWhileAFileIsInjected) {
     EXPECT_EQ(256u + 320u, service->mInputFrameCount);
 }
 
-// The microphone's split buffers belong to the microphone: an injected block split on the injector
-// thread while a microphone push is under way must not change what that push hands the engine.
 // An injected block that arrives while a microphone buffer is being pushed waits until that buffer
 // is done: the two never interleave in the decoder, and the injection never writes into the
 // microphone's split buffers. The hook holds the microphone's push open for half a second, time
@@ -261,7 +262,10 @@ TEST_F(WakeWordServiceInput, InjectedBlockWaitsForTheLiveBufferInFlight) {
     EXPECT_EQ(injected, std::vector<int16_t>(pushed.begin() + 160, pushed.end()));
 }
 
-TEST_F(WakeWordServiceInput, FanOutOrderAndTheLastEnabledStepsStatus) {
+// Each buffer goes to the input, AED and NTT decoders in that order with one sample event. An
+// AED failure is returned at once, before NTT; an input decoder failure is overwritten by the
+// steps after it and reported only when they are off.
+TEST_F(WakeWordServiceInput, FanOutOrderAndWhichFailureIsReported) {
     config.aedAvailable = true;
     sp<WakeWordService> service = start();
     ASSERT_EQ(0, service->setAudioEventDetectionMode(true));
@@ -273,43 +277,33 @@ TEST_F(WakeWordServiceInput, FanOutOrderAndTheLastEnabledStepsStatus) {
     auto all = norvo_fake::calls();
     for (size_t i = mark; i < all.size(); ++i) {
         ASSERT_EQ("NorvoDecoder_PushAudioEvent", all[i].op);
-        EXPECT_EQ(sampleEvent(160, 0), all[i].args[2]);  // one sample event for every decoder
+        EXPECT_EQ(sampleEvent(160, 0), all[i].args[2]);
         order.push_back(all[i].args[0]);
     }
     EXPECT_EQ((std::vector<std::string>{kInput, "WakeWordService_audiopresence_decoder",
                                         "wws_ntt"}),
               order);
 
-    // The input decoder's failure is overwritten by the steps after it...
     norvo_fake::setStatus("NorvoDecoder_PushAudioEvent", kInput, 5);
     EXPECT_EQ(0, service->passAudioForDetection(samples.data(), 160));
-    // ...and reported only when AED and NTT are off.
-    service->mAedEnabled = false;
-    service->mNttDetectionEnabled = false;
-    EXPECT_EQ(5, service->passAudioForDetection(samples.data(), 160));
-    // An AED failure returns at once, before NTT.
-    service->mAedEnabled = true;
-    service->mNttDetectionEnabled = true;
     norvo_fake::setStatus("NorvoDecoder_PushAudioEvent", "WakeWordService_audiopresence_decoder", 6);
     mark = norvo_fake::calls().size();
-    log.clear();
     EXPECT_EQ(6, service->passAudioForDetection(samples.data(), 160));
     EXPECT_EQ(mark + 2, norvo_fake::calls().size());
     EXPECT_TRUE(log.contains(ANDROID_LOG_ERROR, kTag, "Failed to detect AED data."));
-    // A failing push through the buffer path is counted and reported as -22.
-    service->mAedEnabled = false;
-    service->mNttDetectionEnabled = false;
+
+    ASSERT_EQ(0, service->setAudioEventDetectionMode(false));
+    ASSERT_EQ(0, service->setNttDetectionMode(false, 0));
+    EXPECT_EQ(5, service->passAudioForDetection(samples.data(), 160));
+    // Through the buffer path the failure is counted and reported as -22.
     uint64_t before = service->mInputFrameCount;
     log.clear();
     wws_test::deliverInput(*service, samples, 160);
     EXPECT_EQ(before + 160, service->mInputFrameCount);
-    std::vector<std::string> errors = log.messages(ANDROID_LOG_ERROR, kTag);
-    ASSERT_EQ(3u, errors.size());
-    EXPECT_EQ("processWaveData: Error pushing waveData.", errors[0]);
-    EXPECT_EQ("Unable to pass audio data into norvo", errors[1]);
-    EXPECT_EQ("Error processing audio from input: -22", errors[2]);
-    EXPECT_TRUE(log.contains(ANDROID_LOG_INFO, kTag,
-                             "FRAME_COUNT_BOUNDARIES: frameStartPosition=" + std::to_string(before)));
+    EXPECT_EQ((std::vector<std::string>{"processWaveData: Error pushing waveData.",
+                                        "Unable to pass audio data into norvo",
+                                        "Error processing audio from input: -22"}),
+              log.messages(ANDROID_LOG_ERROR, kTag));
 }
 
 TEST_F(WakeWordServiceInput, WakeWordDetectionOffStillMirrorsAndCounts) {

@@ -26,9 +26,20 @@ void LogCapture::logger(const struct __android_logger_data* data, const char* me
 }
 
 void LogCapture::append(int priority, const char* tag, const char* message) {
+    LogLine line{priority, tag == nullptr ? "" : tag, message == nullptr ? "" : message,
+                 std::this_thread::get_id()};
+    std::function<void(const LogLine&)> hook;
+    {
+        std::lock_guard<std::mutex> guard(mLock);
+        mLines.push_back(line);
+        hook = mHook;
+    }
+    if (hook) hook(line);
+}
+
+void LogCapture::setHook(std::function<void(const LogLine&)> hook) {
     std::lock_guard<std::mutex> guard(mLock);
-    mLines.push_back(LogLine{priority, tag == nullptr ? "" : tag, message == nullptr ? "" : message,
-                             std::this_thread::get_id()});
+    mHook = std::move(hook);
 }
 
 std::vector<LogLine> LogCapture::lines() const {
