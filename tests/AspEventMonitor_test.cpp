@@ -207,27 +207,17 @@ TEST_F(AspEventMonitorTest, AfterTheServiceDiesTheListenerIsRegisteredWithTheNew
     EXPECT_EQ(1, reports.values().back());
 }
 
-TEST_F(AspEventMonitorTest, HundredDeathsNeverLoseTheListenerOrLeakAThread) {
-    startRegistered();
-    for (int cycle = 0; cycle < 100; ++cycle) {
-        ASSERT_TRUE(host::killService(asp::host::kServiceName));
-        service = asp::host::publishService();
-        ASSERT_TRUE(wws_test::waitFor([&] { return service->listenerCount() == 1; })) << cycle;
-    }
-    EXPECT_EQ(101u, reports.count());
-    EXPECT_TRUE(wws_test::waitFor([] { return wws_test::threadsNamed("AspEventMonitor") == 0; }))
-            << wws_test::threadsNamed("AspEventMonitor") << " monitor threads";
-    EXPECT_TRUE(wws_test::waitFor([] { return wws_test::threadsNamed("AspEventHandler") == 1; }));
-    send(2, kActive);
-    EXPECT_EQ(1, reports.values().back());
-}
-
 TEST_F(AspEventMonitorTest, SearchesUntilTheServiceAppearsAndStopsPromptly) {
     host::resetServices();
     host::setServiceLookupWaitMs(20);
     monitor->start();
+    // Absent, the service is looked up again after a pause of half a second: a monitor that
+    // looked it up in a tight loop would make some twenty lookups of 20 ms in the next 400 ms.
     const std::string absent = "cannot get service <audiosignalprocessor> from defaultServiceManager";
-    ASSERT_TRUE(wws_test::waitFor([&] { return log.count(absent) >= 2; }));
+    ASSERT_TRUE(wws_test::waitFor([&] { return log.count(absent) >= 1; }));
+    const size_t misses = log.count(absent);
+    EXPECT_FALSE(wws_test::waitFor([&] { return log.count(absent) > misses + 2; },
+                                   std::chrono::milliseconds(400)));
     service = asp::host::publishService();
     ASSERT_TRUE(wws_test::waitFor([&] { return service->listenerCount() == 1; }));
     const size_t errors = log.count(absent);

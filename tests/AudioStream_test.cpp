@@ -30,15 +30,6 @@ std::vector<uint8_t> pattern(size_t size, uint32_t start) {
 
 }  // namespace
 
-TEST(AudioStream, ReportsFormatAndRoundsCapacity) {
-    sp<AudioStream> stream =
-            new AudioStream(AudioStreamFormat{AUDIO_FORMAT_PCM_8_24_BIT, 48000, 3}, 1000);
-    EXPECT_EQ(AUDIO_FORMAT_PCM_8_24_BIT, stream->getFormat().format);
-    EXPECT_EQ(48000u, stream->getFormat().sampleRate);
-    EXPECT_EQ(3u, stream->getFormat().channelCount);
-    EXPECT_EQ(1024u, stream->capacity());
-}
-
 TEST(AudioStream, OneWriterAtATime) {
     sp<AudioStream> stream = makeStream(64);
     sp<AudioStreamWriter> first;
@@ -184,66 +175,4 @@ TEST(AudioStream, BlockingReadWakesOnWriteAndOnUnblock) {
     // Once unblocked, reads no longer wait.
     uint8_t buffer[4];
     EXPECT_EQ(0, reader->read(buffer, sizeof(buffer), -1));
-}
-
-TEST(AudioStream, TimedReadGivesUpWithNothing) {
-    sp<AudioStream> stream = makeStream(64);
-    sp<AudioStreamReader> reader;
-    ASSERT_EQ(0, stream->openReader(reader));
-    uint8_t buffer[4];
-    EXPECT_EQ(0, reader->read(buffer, sizeof(buffer), 20));
-    EXPECT_EQ(0, reader->close());
-    EXPECT_EQ(android::INVALID_OPERATION, reader->read(buffer, sizeof(buffer)));
-    EXPECT_EQ(android::INVALID_OPERATION, reader->close());
-}
-
-// One writer and three readers on their own threads: every byte a reader returns is the byte the
-// writer wrote at that position. A lapped reader is refused and moves on to recent bytes.
-TEST(AudioStream, ConcurrentReadersSeeOnlyIntactBytes) {
-    sp<AudioStream> stream = makeStream(4096);
-    sp<AudioStreamWriter> writer;
-    ASSERT_EQ(0, stream->openWriter(writer));
-    constexpr uint32_t kTotal = 4u << 20;
-    std::atomic<bool> done{false};
-    std::atomic<int> corrupt{0};
-    std::atomic<uint64_t> checked{0};
-
-    // Readers are positioned at 0 before the writer starts, so each of them has at least the
-    // stream's final contents to check, however late its thread gets to run.
-    auto readerLoop = [&](sp<AudioStreamReader> reader, size_t chunk) {
-        std::vector<uint8_t> buffer(chunk);
-        for (;;) {
-            ssize_t n = reader->read(buffer.data(), buffer.size(), 5);
-            if (n == android::NOT_ENOUGH_DATA) {
-                reader->setPosition(stream->writePosition() - 1024);
-            } else if (n > 0) {
-                uint32_t end = 0;
-                reader->getPosition(&end);
-                uint32_t first = end - static_cast<uint32_t>(n);
-                for (ssize_t i = 0; i < n; ++i) {
-                    if (buffer[i] != static_cast<uint8_t>((first + i) * 7u)) ++corrupt;
-                }
-                checked += static_cast<uint64_t>(n);
-            } else if (done.load() && reader->available() == 0) {
-                return;
-            }
-        }
-    };
-    std::vector<std::thread> readers;
-    for (size_t chunk : {64u, 333u, 4096u}) {
-        sp<AudioStreamReader> reader;
-        ASSERT_EQ(0, stream->openReader(reader));
-        readers.emplace_back(readerLoop, reader, chunk);
-    }
-
-    std::vector<uint8_t> block;
-    for (uint32_t written = 0; written < kTotal;) {
-        block = pattern(1 + written % 997, written);
-        writer->write(block.data(), block.size());
-        written += static_cast<uint32_t>(block.size());
-    }
-    done = true;
-    for (std::thread& t : readers) t.join();
-    EXPECT_EQ(0, corrupt.load());
-    EXPECT_GT(checked.load(), 0u);
 }

@@ -99,26 +99,6 @@ TEST_F(HostAudio, PushedBuffersArriveInOrderOnTheRecordingsThread) {
     EXPECT_NE(std::this_thread::get_id(), sink.thread);
 }
 
-TEST_F(HostAudio, WavFileSourcePlaysItsSamplesIntoEveryChannel) {
-    std::vector<int16_t> mono = wws_test::rampSamples(500, 7);
-    sp<host::WavFilePcm> file =
-            new host::WavFilePcm(wws_test::writeWav("source.wav", mono, 16000));
-    ASSERT_EQ(android::NO_ERROR, file->initCheck());
-    host::attachSource(kSource, file);
-    Sink sink;
-    sp<AudioRecord> record = makeRecord(sink, AUDIO_CHANNEL_IN_STEREO);
-    ASSERT_EQ(android::NO_ERROR, record->start());
-    ASSERT_TRUE(wws_test::waitFor([&] { return sink.sampleCount() == 2 * mono.size(); }));
-    record->stop();
-    std::lock_guard<std::mutex> guard(sink.lock);
-    for (size_t f = 0; f < mono.size(); ++f) {
-        ASSERT_EQ(mono[f], sink.samples[2 * f]) << f;
-        ASSERT_EQ(mono[f], sink.samples[2 * f + 1]) << f;  // the file's channel repeated
-    }
-    sp<host::WavFilePcm> missing = new host::WavFilePcm("/no/such.wav");
-    EXPECT_EQ(android::NAME_NOT_FOUND, missing->initCheck());
-}
-
 // Raw PCM from a pipe, as `arecord ... | program --live -` gives it.
 class FdPcmTest : public testing::Test {
   protected:
@@ -161,62 +141,6 @@ TEST_F(FdPcmTest, ReadsLittleEndianSamplesSplitAcrossReadsIntoEveryChannel) {
     closeWriter();
     ASSERT_TRUE(wws_test::waitFor([&] { return pcm->finished(); }));
     EXPECT_EQ(0u, pcm->produce(empty, 1, 2));
-}
-
-TEST_F(FdPcmTest, FinishesOnlyOnceEverythingReadIsDelivered) {
-    sp<host::FdPcm> pcm = new host::FdPcm(mPipe[0], true);
-    writeBytes({0x07, 0x00, 0x08, 0x00});
-    closeWriter();
-    // Time for the reader to reach the end of input; the two samples are still undelivered.
-    usleep(200000);
-    EXPECT_FALSE(pcm->finished());
-    EXPECT_EQ((std::vector<int16_t>{7, 8}), take(*pcm, 2, 1));
-    EXPECT_TRUE(pcm->finished());
-}
-
-TEST_F(FdPcmTest, ReadsAheadOnlyAsFarAsItsBufferAndResumesWhenThereIsRoom) {
-    sp<host::FdPcm> pcm = new host::FdPcm(mPipe[0], true, /*bufferFrames=*/1000);
-    std::vector<uint8_t> bytes;
-    for (int i = 0; i < 5000; ++i) {
-        bytes.push_back(static_cast<uint8_t>(i & 0xff));
-        bytes.push_back(static_cast<uint8_t>(i >> 8));
-    }
-    // The pipe holds the rest while the reader waits for room: the writer runs on its own.
-    std::thread writer([&] { writeBytes(bytes); });
-    // Nothing is taken yet: the reader stops once its buffer is full (one read may overshoot).
-    ASSERT_TRUE(wws_test::waitFor([&] { return pcm->buffered() >= 1000; }));
-    usleep(100000);
-    EXPECT_LT(pcm->buffered(), 1000u + 2048u);
-    std::vector<int16_t> all = take(*pcm, 5000, 1);
-    writer.join();
-    ASSERT_EQ(5000u, all.size());
-    for (int i = 0; i < 5000; ++i) ASSERT_EQ(i, all[i]) << i;
-}
-
-TEST_F(FdPcmTest, DeliveryTimesSayWhenEachFrameWentOut) {
-    sp<host::FdPcm> pcm = new host::FdPcm(mPipe[0], true);
-    writeBytes(std::vector<uint8_t>(2 * 10, 0));
-    // Exactly n frames, in as many deliveries as it takes.
-    auto deliver = [&](size_t n) {
-        std::vector<int16_t> buffer(n);
-        size_t got = 0;
-        return wws_test::waitFor([&] {
-            got += pcm->produce(buffer.data(), n - got, 1);
-            return got == n;
-        });
-    };
-    ASSERT_TRUE(deliver(4));  // delivered before timing started
-    pcm->recordDeliveryTimes();
-    ASSERT_TRUE(deliver(3));
-    int64_t first = pcm->deliveryTime(4);
-    usleep(2000);
-    ASSERT_TRUE(deliver(3));
-    EXPECT_EQ(-1, pcm->deliveryTime(3));
-    EXPECT_GT(first, 0);
-    EXPECT_EQ(first, pcm->deliveryTime(6));
-    EXPECT_GT(pcm->deliveryTime(7), first);
-    EXPECT_EQ(pcm->deliveryTime(7), pcm->deliveryTime(9));
-    EXPECT_EQ(-1, pcm->deliveryTime(10));
 }
 
 TEST_F(HostAudio, SlowConsumerGetsAnOverrun) {
@@ -288,15 +212,4 @@ TEST_F(HostAudio, TimestampsFollowDeliveredFrames) {
     ASSERT_EQ(android::NO_ERROR, record->getTimestamp(&ts));
     EXPECT_EQ(-1, ts.mTimeNs[ExtendedTimestamp::LOCATION_KERNEL]);
     record->stop();
-}
-
-TEST(HostAudioChannelMasks, InputMaskFromCount) {
-    EXPECT_EQ(AUDIO_CHANNEL_NONE, audio_channel_in_mask_from_count(0));
-    EXPECT_EQ(0x10u, audio_channel_in_mask_from_count(1));
-    EXPECT_EQ(0xCu, audio_channel_in_mask_from_count(2));
-    EXPECT_EQ(0x80000007u, audio_channel_in_mask_from_count(3));
-    EXPECT_EQ(0x800000FFu, audio_channel_in_mask_from_count(8));
-    EXPECT_EQ(0xC0000000u, audio_channel_in_mask_from_count(9));
-    EXPECT_EQ(3u, audio_channel_count_from_in_mask(0x80000007u));
-    EXPECT_EQ(2u, audio_channel_count_from_in_mask(AUDIO_CHANNEL_IN_STEREO));
 }

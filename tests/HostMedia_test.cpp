@@ -65,34 +65,6 @@ TEST(HostMedia, MonoWavReadsBackAsSixteenBitPcm) {
     }
 }
 
-TEST(HostMedia, MissingOrForeignFilesHaveNoExtractor) {
-    sp<android::FileSource> missing = new android::FileSource("/nonexistent/file.wav");
-    EXPECT_EQ(android::NAME_NOT_FOUND, missing->initCheck());
-    EXPECT_EQ(nullptr, android::MediaExtractorFactory::Create(
-                               missing, android::MEDIA_MIMETYPE_CONTAINER_WAV));
-
-    std::string text = wws_test::tempPath("notes.wav");
-    std::ofstream(text) << "this is not audio at all, only text pretending to be a wave file";
-    EXPECT_EQ(nullptr, extractorFor(text));
-
-    // A real audio file of another container is not taken for WAV.
-    std::string aiff = wws_test::tempPath("tone.aiff");
-    SF_INFO info{};
-    info.samplerate = 16000;
-    info.channels = 1;
-    info.format = SF_FORMAT_AIFF | SF_FORMAT_PCM_16;
-    SNDFILE* file = sf_open(aiff.c_str(), SFM_WRITE, &info);
-    ASSERT_NE(nullptr, file);
-    std::vector<short> samples(100, 7);
-    sf_writef_short(file, samples.data(), 100);
-    sf_close(file);
-    EXPECT_EQ(nullptr, extractorFor(aiff));
-    EXPECT_NE(nullptr, android::MediaExtractorFactory::Create(new android::FileSource(aiff.c_str()),
-                                                              nullptr));
-    EXPECT_EQ(nullptr, android::MediaExtractorFactory::Create(new android::FileSource(aiff.c_str()),
-                                                              "video/mp4"));
-}
-
 TEST(HostMedia, TruncatedFilesEndEarlyOrAreRefused) {
     std::vector<int16_t> samples = wws_test::rampSamples(4000);
     std::string path = wws_test::writeWav("cut.wav", samples, 16000);

@@ -4,7 +4,6 @@
 #include <binder/HostBinder.h>
 #include <binder/IServiceManager.h>
 #include <gtest/gtest.h>
-#include <norvo_fake/FakeNorvo.h>
 
 #include <atomic>
 #include <condition_variable>
@@ -15,7 +14,6 @@
 #include "AudioStreamReaderThread.h"
 #include "LogCapture.h"
 #include "PlaybackMonitor.h"
-#include "ServiceFactory.h"
 #include "Threads.h"
 #include "Wait.h"
 
@@ -148,19 +146,6 @@ TEST_F(AudioStreamReaderThreadTest, BlocksArriveWithThePositionBeforeEach) {
     EXPECT_EQ(3072u, blocks.all().back().position);
 }
 
-TEST_F(AudioStreamReaderThreadTest, StopReleasesTheWaitingReadAndTheThreadEnds) {
-    EXPECT_EQ(0, reader->stop());  // not running: nothing to do
-    ASSERT_EQ(0, reader->start());
-    ASSERT_TRUE(wws_test::waitFor([] { return wws_test::threadsNamed("AudioStreamRead") == 1; }));
-    EXPECT_EQ(0, reader->stop());
-    reader->join();
-    EXPECT_TRUE(wws_test::waitFor([] { return wws_test::threadsNamed("AudioStreamRead") == 0; }));
-    // Restartable: the reader opens again.
-    ASSERT_EQ(0, reader->start());
-    published.write(64);
-    EXPECT_TRUE(wws_test::waitFor([&] { return blocks.samples() == 32; }));
-}
-
 TEST_F(AudioStreamReaderThreadTest, ALappedReaderStartsOverASecondLaterAtTheEnd) {
     ASSERT_EQ(0, reader->start());
     published.write(512);
@@ -210,8 +195,13 @@ TEST_F(PlaybackMonitorTest, SearchesConnectsAndSurvivesTheServicesDeath) {
     monitor->startMonitor();
     monitor->startMonitor();
     EXPECT_TRUE(log.contains(ANDROID_LOG_ERROR, kMonitorTag, "PlaybackMonitor has already started"));
+    // Absent, the service is looked up again after a pause of a second: a monitor that looked
+    // it up in a tight loop would make some twenty lookups of 20 ms in the next 400 ms.
     const std::string absent = "cannot get service <playbackstream> from defaultServiceManager";
-    ASSERT_TRUE(wws_test::waitFor([&] { return log.count(absent) >= 2; }));
+    ASSERT_TRUE(wws_test::waitFor([&] { return log.count(absent) >= 1; }));
+    const size_t misses = log.count(absent);
+    EXPECT_FALSE(wws_test::waitFor([&] { return log.count(absent) > misses + 2; },
+                                   std::chrono::milliseconds(400)));
 
     Published first;
     publish(first);
@@ -243,32 +233,6 @@ TEST_F(PlaybackMonitorTest, SearchesConnectsAndSurvivesTheServicesDeath) {
     Published second;
     publish(second);
     EXPECT_TRUE(flows(second));
-}
-
-// A monitor that was only asked for the service, never started, still searches after its death:
-// only a stop ends the searching.
-TEST_F(PlaybackMonitorTest, ADeathSeenByAMonitorNeverStartedStartsASearch) {
-    Published first;
-    publish(first);
-    ASSERT_NE(nullptr, monitor->getService());
-    ASSERT_TRUE(host::killService("playbackstream"));
-    Published second;
-    publish(second);
-    EXPECT_TRUE(flows(second));
-}
-
-// The monitor thread run again while connected (Thread::run is public) starts no second reader.
-TEST_F(PlaybackMonitorTest, AThreadRunWhileConnectedKeepsTheOneReader) {
-    Published published;
-    publish(published);
-    monitor->startMonitor();
-    ASSERT_TRUE(flows(published));
-    ASSERT_TRUE(wws_test::waitFor([] { return wws_test::threadsNamed("PlaybackMonitor") == 0; }));
-    ASSERT_EQ(android::NO_ERROR, monitor->run("PlaybackMonitor"));
-    ASSERT_TRUE(wws_test::waitFor([&] { return !monitor->isRunning(); }));
-    EXPECT_FALSE(wws_test::waitFor([] { return wws_test::threadsNamed("AudioStreamRead") > 1; },
-                                   std::chrono::milliseconds(300)));
-    EXPECT_TRUE(flows(published));
 }
 
 TEST_F(PlaybackMonitorTest, StopAfterConnectingEndsTheReaderAndIgnoresALaterDeath) {
@@ -330,45 +294,4 @@ TEST_F(PlaybackMonitorTest, StopWaitsForABlockInTheCallback) {
     }
     stopper.join();
     EXPECT_TRUE(stopped);
-}
-
-TEST_F(PlaybackMonitorTest, HundredDeathsNeverLoseTheStreamOrLeakAThread) {
-    Published published;
-    publish(published);
-    monitor->startMonitor();
-    ASSERT_TRUE(flows(published));
-    for (int cycle = 0; cycle < 100; ++cycle) {
-        ASSERT_TRUE(host::killService("playbackstream"));
-        Published next;
-        publish(next);
-        ASSERT_TRUE(flows(next)) << cycle;
-    }
-    EXPECT_TRUE(wws_test::waitFor([] {
-        return wws_test::threadsNamed("PlaybackMonitor") == 0 &&
-               wws_test::threadsNamed("AudioStreamRead") == 1;
-    }));
-}
-
-// A host program can feed the service's playback path from the monitor.
-TEST_F(PlaybackMonitorTest, FeedsTheServicesPlaybackPath) {
-    norvo_fake::reset();
-    wws_test::ServiceConfig config;
-    config.playbackViaAudioRecord = true;
-    sp<velmar::WakeWordService> service = wws_test::createService(config);
-    ASSERT_EQ(0, service->mInitStatus);
-    sp<PlaybackMonitor> wired =
-            new PlaybackMonitor(velmar::WakeWordService::playbackAudioCallbackFn, service.get());
-    Published published;
-    publish(published);
-    wired->startMonitor();
-    std::vector<int16_t> samples = {1, -2, 3, -4, 5, -6};
-    ASSERT_TRUE(wws_test::waitFor([&] {
-        published.writer->write(samples.data(), samples.size() * 2);
-        return service->mPlaybackFrameCount >= 6;
-    }));
-    wired->stopMonitor();  // no block reaches the service after this
-    std::vector<int16_t> pushed = norvo_fake::pushedSamples("WakeWordService_playback_decoder");
-    ASSERT_GE(pushed.size(), 6u);
-    EXPECT_EQ(samples, std::vector<int16_t>(pushed.end() - 6, pushed.end()));
-    EXPECT_EQ(pushed.size(), service->mPlaybackFrameCount);
 }
