@@ -101,19 +101,6 @@ TEST_F(AudioRecordInputTest, StopWakesTheThreadInsteadOfWaitingOutTheInterval) {
     EXPECT_EQ(0, host::activeRecordings(kSource));
 }
 
-TEST_F(AudioRecordInputTest, FailedRecordingIsRetriedOnTheNextPass) {
-    wws_test::LogCapture log;
-    host::failNextInitCheck(kSource, android::NO_INIT);
-    makeInput(100000000);  // 100 ms
-    ASSERT_EQ(0, input->start());
-    ASSERT_TRUE(wws_test::waitFor([] { return host::activeRecordings(kSource) == 1; }));
-    EXPECT_EQ(2, host::recordingsCreated(kSource));
-    EXPECT_TRUE(log.contains(ANDROID_LOG_ERROR, "AudioRecordAdapter",
-                             "Error initializing AudioRecord: -19"));
-    EXPECT_TRUE(log.contains(ANDROID_LOG_ERROR, "AudioRecordAdapter",
-                             "Error restarting audio record: -19"));
-}
-
 // Counts the supervision passes: each pass asks every adapter once.
 class CountingAdapter : public velmar::IAudioRecordAdapter {
   public:

@@ -57,18 +57,6 @@ class WakeWordServiceAed : public testing::Test {
 
 }  // namespace
 
-TEST_F(WakeWordServiceAed, StartLoadsTheModelSetWithoutADecoder) {
-    sp<WakeWordService> service = start();
-    norvo_fake::ModelSetInfo info;
-    ASSERT_TRUE(norvo_fake::modelSet(kAedSet, &info));
-    EXPECT_EQ("/models/aed/static.manifest", info.manifestPath);
-    EXPECT_FALSE(norvo_fake::decoder(kAed, nullptr));
-    EXPECT_FALSE(service->mAedEnabled);
-    EXPECT_NE(nullptr, norvo_fake::callbacks().acousticEvent);
-    // No decoder, so its thread priority cannot be set: only a warning.
-    EXPECT_TRUE(log.contains(ANDROID_LOG_WARN, kTag, "Could not set AED decoder thread priority (Error -38)"));
-}
-
 TEST_F(WakeWordServiceAed, EnablingRebuildsTheDecoderAndReportsInOrder) {
     sp<WakeWordService> service = start();
     const size_t mark = norvo_fake::calls().size();
@@ -195,11 +183,4 @@ TEST_F(WakeWordServiceAed, EngineFailuresAreReportedWithDetectionOff) {
     EXPECT_TRUE(log.contains(ANDROID_LOG_ERROR, kTag,
                              std::string(kSignature) + " : Error creating AED model set."));
     EXPECT_FALSE(service->mAedModelSetCreated);
-}
-
-TEST_F(WakeWordServiceAed, PresenceDataIsTheEnginesText) {
-    sp<WakeWordService> service = start();
-    const char* json = nullptr;
-    EXPECT_EQ(0, service->getAudioPresenceData(json));
-    EXPECT_STREQ("{}", json);
 }

@@ -255,11 +255,6 @@ TEST_F(WakeWordServiceEngine, EngineLogLevelsMapToAndroidPriorities) {
     }
 }
 
-TEST_F(WakeWordServiceEngine, MetricsAreLoggedWithTheirTrailingBlank) {
-    WakeWordService::norvoMetricsCallback("ignored", "wake=3");
-    EXPECT_TRUE(log.contains(ANDROID_LOG_INFO, kTag, "Dump norvo metrics: @ wake=3 "));
-}
-
 // The build and device properties reach the engine as look-ahead metadata; a missing property is
 // an empty value and a warning naming it.
 TEST_F(WakeWordServiceEngine, DeviceInfoReachesTheEngineAsLookaheadMetadata) {
@@ -290,32 +285,6 @@ TEST_F(WakeWordServiceEngine, DeviceInfoReachesTheEngineAsLookaheadMetadata) {
     char small[20];
     WakeWordService::norvoGetDeviceInfoJson(small, sizeof(small));
     EXPECT_EQ(expected.substr(0, 19), small);  // truncated by snprintf
-}
-
-TEST_F(WakeWordServiceEngine, DecoderThreadIsRenicedAndTheResultLogged) {
-    ASSERT_EQ(0, NorvoModelSet_New("ms", "/m", ""));
-    ASSERT_EQ(0, NorvoDecoder_NewSpotterAudioDecoder(
-                         "dec", "ms", "norvo",
-                         NorvoDecoder_NewNorvoMultichannelAudioFormat_Default(), "{}"));
-    int tid = NorvoDecoder_GetDecoderThreadId("dec").threadId;
-    EXPECT_EQ(0, WakeWordService::setNorvoDecoderThreadPriority("dec", 7));
-    EXPECT_EQ(7, norvo_fake::decoderThreadNice("dec"));
-    EXPECT_TRUE(log.contains(ANDROID_LOG_INFO, kTag,
-                             "Set Norvo thread priority for decoder 'dec', threadId: " +
-                                     std::to_string(tid) + " to priority=7"));
-
-    EXPECT_EQ(android::INVALID_OPERATION,
-              WakeWordService::setNorvoDecoderThreadPriority("missing", 3));
-    EXPECT_TRUE(log.contains(
-            "Set Norvo thread priority for decoder 'missing', threadId: 0 to priority=3"));
-
-    if (geteuid() == 0) {
-        EXPECT_EQ(0, WakeWordService::setNorvoDecoderThreadPriority("dec", -19));
-        EXPECT_EQ(-19, norvo_fake::decoderThreadNice("dec"));
-    } else {
-        // Lowering the nice value needs privileges: the negated errno comes back.
-        EXPECT_EQ(-EACCES, WakeWordService::setNorvoDecoderThreadPriority("dec", -19));
-    }
 }
 
 TEST_F(WakeWordServiceEngine, KeywordDecoderThreadsRunAtTheConfiguredPriority) {

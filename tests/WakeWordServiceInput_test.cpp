@@ -306,17 +306,6 @@ TEST_F(WakeWordServiceInput, FanOutOrderAndWhichFailureIsReported) {
               log.messages(ANDROID_LOG_ERROR, kTag));
 }
 
-TEST_F(WakeWordServiceInput, WakeWordDetectionOffStillMirrorsAndCounts) {
-    sp<WakeWordService> service = start();
-    ASSERT_EQ(0, service->setWWDetectionEnabled(false));
-    auto mirror = wws_test::readerAtEnd(config.audioStream);
-    std::vector<int16_t> samples = interleaved(320, 1);
-    wws_test::deliverInput(*service, samples, 320);
-    EXPECT_EQ(samples, wws_test::drain(mirror));
-    EXPECT_EQ(320u, service->mInputFrameCount);
-    EXPECT_TRUE(norvo_fake::pushedMetadata(kInput).empty());
-}
-
 TEST(WakeWordServiceInputDeathTest, FatalEngineStatusEndsTheProcess) {
     // Re-executing the test binary is the safe way with threads around, but under an emulator
     // without binfmt support (the ARM build's qemu-arm) the binary cannot be executed directly.
