@@ -99,60 +99,6 @@ TEST_F(HostAudio, PushedBuffersArriveInOrderOnTheRecordingsThread) {
     EXPECT_NE(std::this_thread::get_id(), sink.thread);
 }
 
-// Raw PCM from a pipe, as `arecord ... | program --live -` gives it.
-class FdPcmTest : public testing::Test {
-  protected:
-    void SetUp() override { ASSERT_EQ(0, pipe(mPipe)); }
-    void TearDown() override {
-        if (mPipe[1] >= 0) close(mPipe[1]);
-    }
-    void writeBytes(const std::vector<uint8_t>& bytes) {
-        ASSERT_EQ(static_cast<ssize_t>(bytes.size()), write(mPipe[1], bytes.data(), bytes.size()));
-    }
-    void closeWriter() {
-        close(mPipe[1]);
-        mPipe[1] = -1;
-    }
-    // Everything produced until count frames arrived (or the deadline passed).
-    std::vector<int16_t> take(host::FdPcm& pcm, size_t count, uint32_t channels) {
-        std::vector<int16_t> taken;
-        std::vector<int16_t> buffer(320 * channels);
-        wws_test::waitFor([&] {
-            size_t frames = pcm.produce(buffer.data(), 320, channels);
-            taken.insert(taken.end(), buffer.begin(), buffer.begin() + frames * channels);
-            return taken.size() >= count * channels;
-        });
-        return taken;
-    }
-    int mPipe[2] = {-1, -1};
-};
-
-TEST_F(FdPcmTest, ReadsLittleEndianSamplesSplitAcrossReadsIntoEveryChannel) {
-    sp<host::FdPcm> pcm = new host::FdPcm(mPipe[0], /*ownFd=*/true);
-    int16_t empty[2];
-    // Nothing has arrived: produce() returns at once with nothing.
-    EXPECT_EQ(0u, pcm->produce(empty, 1, 2));
-    writeBytes({0x01, 0x00, 0xfe});  // 1, then the first byte of -2
-    EXPECT_EQ((std::vector<int16_t>{1, 1}), take(*pcm, 1, 2));  // the reader has read all three
-    writeBytes({0xff, 0x2c, 0x01});  // the second byte of -2, then 300
-    EXPECT_EQ((std::vector<int16_t>{-2, -2, 300, 300}), take(*pcm, 2, 2));
-    EXPECT_EQ(3u, pcm->framesDelivered());
-    EXPECT_FALSE(pcm->finished());
-    closeWriter();
-    ASSERT_TRUE(wws_test::waitFor([&] { return pcm->finished(); }));
-    EXPECT_EQ(0u, pcm->produce(empty, 1, 2));
-}
-
-TEST_F(HostAudio, SlowConsumerGetsAnOverrun) {
-    host::attachSource(kSource, new host::GeneratedPcm([](uint64_t, uint32_t) { return 0; }));
-    Sink sink;
-    sink.slowCallbacks = 1;
-    sp<AudioRecord> record = makeRecord(sink);
-    ASSERT_EQ(android::NO_ERROR, record->start());
-    EXPECT_TRUE(wws_test::waitFor([&] { return sink.overruns.load() >= 1; }));
-    record->stop();
-}
-
 TEST_F(HostAudio, ScriptedFailuresAndPlatformStops) {
     Sink sink;
     host::failNextInitCheck(kSource, android::NO_MEMORY);

@@ -146,29 +146,6 @@ TEST_F(AudioStreamReaderThreadTest, BlocksArriveWithThePositionBeforeEach) {
     EXPECT_EQ(3072u, blocks.all().back().position);
 }
 
-TEST_F(AudioStreamReaderThreadTest, ALappedReaderStartsOverASecondLaterAtTheEnd) {
-    ASSERT_EQ(0, reader->start());
-    published.write(512);
-    ASSERT_TRUE(wws_test::waitFor([&] { return blocks.count() == 1; }));
-    // More than the ring holds arrives at once: the reader's position is gone.
-    published.write(2 * published.stream->capacity());
-    auto lapped = std::chrono::steady_clock::now();
-    // Written after the reader reopened: the blocks start at the end, a second later.
-    ASSERT_TRUE(wws_test::waitFor([&] {
-        published.write(512);
-        return blocks.count() >= 2;
-    }, std::chrono::seconds(5)));
-    EXPECT_GE(std::chrono::steady_clock::now() - lapped, std::chrono::milliseconds(900));
-    EXPECT_GT(blocks.all()[1].position, 512u + published.stream->capacity());
-}
-
-TEST_F(AudioStreamReaderThreadTest, AFailedPositionQueryEndsTheThread) {
-    ASSERT_EQ(0, reader->start());
-    published.stream->invalidate();
-    ASSERT_TRUE(wws_test::waitFor([&] { return !reader->isRunning(); }, std::chrono::seconds(5)));
-    EXPECT_TRUE(log.contains(ANDROID_LOG_ERROR, kReaderTag, "Error: get position from AudioStream reader (-32)."));
-}
-
 TEST_F(AudioStreamReaderThreadTest, OpeningFailuresAreReported) {
     sp<AudioStreamReaderThread> orphan = new AudioStreamReaderThread(nullptr, Blocks::callback, &blocks);
     EXPECT_EQ(android::INVALID_OPERATION, orphan->start());
