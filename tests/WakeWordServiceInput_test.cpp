@@ -59,68 +59,44 @@ class WakeWordServiceInput : public testing::Test {
 
 }  // namespace
 
-TEST_F(WakeWordServiceInput, MonoBuffersAreMirroredPushedAndCounted) {
-    sp<WakeWordService> service = start();
-    auto mirror = wws_test::readerAtEnd(config.audioStream);
-    std::vector<int16_t> first = interleaved(320, 1);
-    std::vector<int16_t> second = interleaved(320, 1, 5000);
-    wws_test::deliverInput(*service, first, 320);
-    wws_test::deliverInput(*service, second, 320);
+// What each layout hands the main stream, the one-mic stream and the input decoder: mono as it
+// is; one-mic input split, channel 0 to the stream and decoder and channel 1 to its own stream;
+// three channels whole (a one-mic stream is then ignored). Counters and sample events count
+// frames, and the event carries every channel's samples.
+TEST_F(WakeWordServiceInput, EachLayoutReachesItsStreamsAndTheDecoder) {
+    struct Case {
+        bool oneMic;
+        bool threeChannels;
+        uint32_t channels;
+    } cases[] = {{false, false, 1}, {true, false, 2}, {true, true, 3}};
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.channels);
+        norvo_fake::reset();
+        ServiceConfig each;
+        each.oneMicEnabled = c.oneMic;
+        each.oneMicAudioStream = wws_test::makeStream();
+        each.threeChannelInput = c.threeChannels;
+        sp<WakeWordService> service = wws_test::createService(each);
+        auto main = wws_test::readerAtEnd(each.audioStream);
+        auto oneMic = wws_test::readerAtEnd(each.oneMicAudioStream);
+        std::vector<int16_t> frames = interleaved(160, c.channels);
+        wws_test::deliverInput(*service, frames, 160);
+        wws_test::deliverInput(*service, frames, 160);
 
-    EXPECT_EQ(640u, service->mInputFrameCount);
-    EXPECT_EQ((std::vector<std::string>{sampleEvent(320, 0), sampleEvent(320, 320)}),
-              norvo_fake::pushedMetadata(kInput));
-    std::vector<int16_t> both = first;
-    both.insert(both.end(), second.begin(), second.end());
-    EXPECT_EQ(both, norvo_fake::pushedSamples(kInput));
-    EXPECT_EQ(both, wws_test::drain(mirror));
-    auto pushes = norvo_fake::callsOf("NorvoDecoder_PushAudioEvent");
-    ASSERT_EQ(2u, pushes.size());
-    EXPECT_EQ("samples", pushes[0].args[1]);
-    EXPECT_TRUE(log.messages(ANDROID_LOG_ERROR, kTag).empty());
-}
-
-TEST_F(WakeWordServiceInput, OneMicSplitsChannelOneToItsOwnStream) {
-    config.oneMicEnabled = true;
-    config.oneMicAudioStream = wws_test::makeStream();
-    sp<WakeWordService> service = start();
-    ASSERT_EQ(2u, velmar::gChannelCount);
-    auto main = wws_test::readerAtEnd(config.audioStream);
-    auto oneMic = wws_test::readerAtEnd(config.oneMicAudioStream);
-    std::vector<int16_t> stereo = interleaved(160, 2);
-    wws_test::deliverInput(*service, stereo, 160);
-
-    EXPECT_EQ(channel(stereo, 2, 1), wws_test::drain(oneMic));
-    EXPECT_EQ(channel(stereo, 2, 0), wws_test::drain(main));
-    EXPECT_EQ(channel(stereo, 2, 0), norvo_fake::pushedSamples(kInput));
-    EXPECT_EQ((std::vector<std::string>{sampleEvent(160, 0)}), norvo_fake::pushedMetadata(kInput));
-    EXPECT_EQ(160u, service->mInputFrameCount);
-
-    // Without its writer the one-mic channel is lost, but the rest goes on.
-    ASSERT_EQ(0, service->stopOneMicAudioStream());
-    wws_test::deliverInput(*service, stereo, 160);
-    EXPECT_TRUE(log.contains(ANDROID_LOG_ERROR, kTag, "OneMicAudioStreamWriter is NULL."));
-    EXPECT_EQ(channel(stereo, 2, 0), wws_test::drain(main));
-    EXPECT_EQ(320u, service->mInputFrameCount);
-    EXPECT_EQ(sampleEvent(160, 160), norvo_fake::pushedMetadata(kInput).back());
-}
-
-TEST_F(WakeWordServiceInput, ThreeChannelBuffersGoWholeToStreamAndDecoder) {
-    config.threeChannelInput = true;
-    config.oneMicEnabled = true;  // three channels win: no split
-    config.oneMicAudioStream = wws_test::makeStream();
-    sp<WakeWordService> service = start();
-    ASSERT_EQ(3u, velmar::gChannelCount);
-    auto main = wws_test::readerAtEnd(config.audioStream);
-    auto oneMic = wws_test::readerAtEnd(config.oneMicAudioStream);
-    std::vector<int16_t> frames = interleaved(160, 3);
-    wws_test::deliverInput(*service, frames, 160);
-
-    EXPECT_EQ(frames, wws_test::drain(main));  // 960 bytes
-    EXPECT_TRUE(wws_test::drain(oneMic).empty());
-    EXPECT_EQ(frames, norvo_fake::pushedSamples(kInput));
-    EXPECT_EQ((std::vector<std::string>{sampleEvent(480, 0)}), norvo_fake::pushedMetadata(kInput));
-    EXPECT_EQ(160u, service->mInputFrameCount);
+        std::vector<int16_t> heard = c.channels == 2 ? channel(frames, 2, 0) : frames;
+        std::vector<int16_t> twice = heard;
+        twice.insert(twice.end(), heard.begin(), heard.end());
+        EXPECT_EQ(twice, wws_test::drain(main));
+        EXPECT_EQ(twice, norvo_fake::pushedSamples(kInput));
+        std::vector<int16_t> split = channel(frames, 2, 1);
+        std::vector<int16_t> splitTwice = split;
+        splitTwice.insert(splitTwice.end(), split.begin(), split.end());
+        EXPECT_EQ(c.channels == 2 ? splitTwice : std::vector<int16_t>(), wws_test::drain(oneMic));
+        const unsigned samples = static_cast<unsigned>(heard.size());
+        EXPECT_EQ((std::vector<std::string>{sampleEvent(samples, 0), sampleEvent(samples, 160)}),
+                  norvo_fake::pushedMetadata(kInput));
+        EXPECT_EQ(320u, service->mInputFrameCount);
+    }
 }
 
 // Buffers outside 1..240000 frames are dropped with a message naming their source and followed

@@ -173,41 +173,12 @@ TEST_F(WakeWordServiceModel, UnusableAttributesLeaveTheServiceWithoutDecoders) {
     }
 }
 
-TEST_F(WakeWordServiceModel, WithoutWakeWordsDecodersGetAnEmptyConfiguration) {
-    config.wakeWords.clear();
-    config.playbackViaAudioRecord = true;
-    config.nearMissEnabled = true;
-    sp<WakeWordService> service = start();
-    EXPECT_EQ("{\"betaEnabled\":true}", decoderConfig(kInput));
-    EXPECT_EQ("{}", decoderConfig(kPlayback));
-    EXPECT_TRUE(norvo_fake::callsOf("NorvoModelSet_GetModelSetAttributes").empty());
-    // No attributes were read: the empty text does not parse, so the model is not unified.
-    EXPECT_FALSE(service->mNttSupportedInWwModel);
-    EXPECT_TRUE(log.contains(ANDROID_LOG_ERROR, kTag, "Unable to parse modelSet attributes "));
-
-}
-
 TEST_F(WakeWordServiceModel, WakeWordsAreEscapedAsJsonStrings) {
     config.wakeWords = {"SAY \"HI\"", "BACK\\SLASH", "TAB\tNEWLINE\n"};
     norvo_fake::setModelSetAttributes(kModelSet, attributesWith(element("norvo", "")));
     sp<WakeWordService> service = start();
     const std::string config = decoderConfig(kInput);
     EXPECT_EQ(keywordConfig("\"SAY \\\"HI\\\"\",\"BACK\\\\SLASH\",\"TAB\\tNEWLINE\\n\""), config);
-}
-
-TEST_F(WakeWordServiceModel, AnNttMemberInAnyElementMakesTheModelUnified) {
-    norvo_fake::setModelSetAttributes(kModelSet,
-                                      attributesWith(element("norvo", "\"STOP\"") + "," +
-                                                     element("ntt-model", "", /*ntt=*/true)));
-    sp<WakeWordService> service = start();
-    EXPECT_TRUE(service->mNttSupportedInWwModel);
-    EXPECT_TRUE(
-            log.contains(ANDROID_LOG_INFO, kTag,
-                         "Norvo input keyword model is set to a Unified model with NTT support"));
-
-    EXPECT_FALSE(WakeWordService::getNttSupportedFromModel("{\"model_attributes\":{\"ntt\":1}}"));
-    EXPECT_TRUE(
-            WakeWordService::getNttSupportedFromModel("{\"model_attributes\":[1,{\"ntt\":null}]}"));
 }
 
 // Engine failures while the decoders are built are logged and leave setup going: no attributes or
@@ -308,17 +279,4 @@ TEST_F(WakeWordServiceModel, SwitchRebuildsUnderTheSameIdsAndRestoresDetection) 
                       "NorvoModelSet_GetModelSetAttributes", "NorvoDecoder_NewSpotterAudioDecoder",
                       "NorvoDecoder_GetDecoderThreadId", "NorvoDecoder_SetNttConfiguration"}),
               order);
-}
-
-TEST_F(WakeWordServiceModel, FailedSwitchLeavesNoDecodersButDetectionBackOn) {
-    sp<WakeWordService> service = start();
-    ASSERT_EQ(0, service->setDetectorEnabled(true));
-    norvo_fake::setStatus("NorvoDecoder_NewSpotterAudioDecoder", kInput, 6);
-    norvo_fake::setModelSetAttributes(kModelSet,
-                                      attributesWith(element("norvo", "\"STOP\"", /*ntt=*/true)));
-    const char* words[] = {"X"};
-    service->switchNorvoModel("/bad", words, 1);
-    EXPECT_FALSE(service->mInputModelReady);
-    EXPECT_TRUE(service->mDetectorEnabled);
-
 }

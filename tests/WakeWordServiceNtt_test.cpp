@@ -84,10 +84,6 @@ TEST_F(WakeWordServiceNtt, EnablingLoadsTheSeparateDecoderAndConfiguresIt) {
     EXPECT_EQ((std::vector<std::string>{"ntt:1"}), wws_test::statusReports());
     EXPECT_EQ(1, norvo_fake::decoderThreadNice(kNtt));
 
-    // Input audio now reaches it too, after the input decoder, with the same sample event.
-    std::vector<int16_t> samples(160, 9);
-    wws_test::deliverInput(*service, samples, 160);
-    EXPECT_EQ(norvo_fake::pushedMetadata(kInput), norvo_fake::pushedMetadata(kNtt));
 }
 
 TEST_F(WakeWordServiceNtt, ModesMapToTheirConfigurations) {
@@ -110,18 +106,6 @@ TEST_F(WakeWordServiceNtt, InvalidModeAppliesDisabledAndDeletesTheDecoderUnlessP
     EXPECT_TRUE(service->mNttDetectionEnabled);  // enabled was asked for
     EXPECT_EQ(0, service->mNttConfiguration);
 
-    // Preloaded, the decoder stays and gets DISABLED; negative modes are invalid too.
-    service.clear();
-    norvo_fake::reset();
-    config.preloadNttModel = true;
-    sp<WakeWordService> preloaded = start();
-    ASSERT_TRUE(preloaded->mNttDecoderReady);
-    EXPECT_EQ(0, preloaded->setNttDetectionMode(true, -1));
-    EXPECT_TRUE(preloaded->mNttDecoderReady);
-    EXPECT_EQ("wws_ntt|0", configurations().back());
-    EXPECT_EQ(0, preloaded->setNttDetectionMode(false, 2));
-    EXPECT_TRUE(preloaded->mNttDecoderReady);
-    EXPECT_FALSE(preloaded->mNttDetectionEnabled);
 }
 
 TEST_F(WakeWordServiceNtt, UnifiedModelTakesConfigurationAndVisionEventsItself) {
@@ -140,12 +124,6 @@ TEST_F(WakeWordServiceNtt, UnifiedModelTakesConfigurationAndVisionEventsItself) 
     EXPECT_EQ(0, service->onCVEvent("{\"gaze\":1}", nowMs()));
     ASSERT_EQ(1u, nttEvents().size());
     EXPECT_EQ(0u, nttEvents()[0].rfind("WakeWordService_input_decoder|0|", 0));
-    // Speaker localization needs the separate decoder, unified model or not.
-    EXPECT_EQ(0, service->onSpeakerLocalizationEvent("{}", nowMs(), nowMs()));
-    EXPECT_EQ(1u, nttEvents().size());
-    EXPECT_TRUE(log.contains(ANDROID_LOG_DEBUG, kTag,
-                             "onSpeakerLocalizationEvent: Ignoring SpeakerLocalization event; NTT "
-                             "Decoder is not loaded"));
     // Switching models is the wake-word model's business here.
     EXPECT_EQ(0, service->switchNttModel("/other.manifest"));
     EXPECT_EQ("/models/ntt/norvo.manifest", service->mNttModelPath);
@@ -190,18 +168,6 @@ TEST_F(WakeWordServiceNtt, VisionEventsArePlacedWhereTheyHappenedInTheInput) {
                       std::to_string(100001 - 16 * end) + "|{\"dir\":90}|0",
               nttEvents().back());
 
-    // A failed push is reported; without any NTT decoder the event is ignored.
-    norvo_fake::setStatus("NorvoDecoder_PushNttEvent", 5);
-    EXPECT_EQ(5, service->onCVEvent("{}", nowMs()));
-    EXPECT_TRUE(log.contains(ANDROID_LOG_ERROR, kTag, "Error pushing NTT event (5)"));
-    norvo_fake::clearStatuses();
-    service->destroyNttModel();
-    size_t pushed = nttEvents().size();
-    EXPECT_EQ(0, service->onCVEvent("{}", nowMs()));
-    EXPECT_EQ(pushed, nttEvents().size());
-    EXPECT_TRUE(log.contains(ANDROID_LOG_DEBUG, kTag,
-                             "onCVEvent: Ignoring CV event; NTT Decoder is not loaded on "
-                             "non-unified model"));
 }
 
 TEST_F(WakeWordServiceNtt, FailedSwitchRestoresThePreviousModel) {

@@ -76,18 +76,6 @@ TEST_F(WakeWordServicePlayback, BuffersArePushedWithTheirOwnRunningIndex) {
     EXPECT_EQ(768u, service->mPlaybackFrameCount);
 }
 
-TEST_F(WakeWordServicePlayback, WithoutThePlaybackDecoderBuffersAreDroppedSilently) {
-    norvo_fake::setStatus("NorvoDecoder_NewSpotterAudioDecoder", kPlayback, 5);
-    sp<WakeWordService> service = start();
-    ASSERT_FALSE(service->mPlaybackModelReady);
-    log.clear();
-    std::vector<int16_t> samples(256, 3);
-    wws_test::deliverPlayback(*service, samples);
-    EXPECT_EQ(0u, service->mPlaybackFrameCount);
-    EXPECT_TRUE(norvo_fake::pushedMetadata(kPlayback).empty());
-    EXPECT_FALSE(log.loggedOnThisThread());
-}
-
 TEST_F(WakeWordServicePlayback, WithPushingOffBuffersAreCountedButNotPushed) {
     sp<WakeWordService> service = start();
     EXPECT_TRUE(service->setPushDataToPlaybackDetectorEnabled(false));  // the previous value
