@@ -112,11 +112,6 @@ TEST_F(AspEventMonitorTest, StartReportsZeroOnceAndRegistersOnItsThread) {
     ASSERT_EQ((std::vector<int64_t>{0}), reports.values());
     EXPECT_EQ("ASPState", reports.all()[0].name);
     ASSERT_TRUE(wws_test::waitFor([&] { return service->listenerCount() == 1; }));
-    EXPECT_TRUE(log.contains(ANDROID_LOG_DEBUG, kTag, "AspEventMonitor has been started"));
-    EXPECT_TRUE(log.contains(ANDROID_LOG_DEBUG, kTag, "audiosignalprocessor binder connected"));
-    // Logged just after the service counts the listener.
-    EXPECT_TRUE(wws_test::waitFor(
-            [&] { return log.contains(ANDROID_LOG_DEBUG, kTag, "mAspService.registerListener()"); }));
     // Registered, the monitor thread ends; the handler thread stays.
     EXPECT_TRUE(wws_test::waitFor([] { return wws_test::threadsNamed("AspEventMonitor") == 0; }))
             << wws_test::threadsNamed("AspEventMonitor") << " monitor threads";
@@ -166,11 +161,6 @@ TEST_F(AspEventMonitorTest, OnlyEventTwoWithAFourByteZeroCounts) {
     host::flushBinderThread();
     EXPECT_EQ((std::vector<int64_t>{0}), reports.values());
     EXPECT_TRUE(log.contains(ANDROID_LOG_ERROR, kTag, "Error onEvent() arg should not be NULL"));
-    size_t seen = 0;
-    for (const std::string& line : log.messages(ANDROID_LOG_DEBUG, kTag)) {
-        seen += line.rfind("AspEventHandler onEvent (2, ", 0) == 0 ? 1 : 0;
-    }
-    EXPECT_EQ(4u, seen);  // every event 2 is logged, whatever its payload
 }
 
 TEST_F(AspEventMonitorTest, StopReportsZeroOnlyWithAOneOutstanding) {
@@ -179,8 +169,6 @@ TEST_F(AspEventMonitorTest, StopReportsZeroOnlyWithAOneOutstanding) {
     monitor->stop();
     EXPECT_EQ((std::vector<int64_t>{0, 1, 0}), reports.values());
     EXPECT_EQ(0u, service->listenerCount());
-    EXPECT_TRUE(log.contains(ANDROID_LOG_DEBUG, kTag, "mAspService.unregisterListener()"));
-    EXPECT_TRUE(log.contains(ANDROID_LOG_DEBUG, kTag, "AspEventMonitor has been stopped"));
     EXPECT_TRUE(wws_test::waitFor([] { return wws_test::threadsNamed("AspEventHandler") == 0; }));
     monitor->stop();
     EXPECT_EQ(3u, reports.count());
@@ -198,8 +186,6 @@ TEST_F(AspEventMonitorTest, AfterTheServiceDiesTheListenerIsRegisteredWithTheNew
     ASSERT_TRUE(wws_test::waitFor([&] { return revived->listenerCount() == 1; }));
     // The restart reports 0 once, from the binder thread that told of the death.
     EXPECT_EQ((std::vector<int64_t>{0, 0}), reports.values());
-    EXPECT_TRUE(log.contains(ANDROID_LOG_DEBUG, kTag, "audiosignalprocessor binder died"));
-    EXPECT_TRUE(log.contains(ANDROID_LOG_DEBUG, kTag, "audiosignalprocessor binder re-connected"));
     EXPECT_TRUE(log.contains(ANDROID_LOG_ERROR, kTag, "AspEventHandler has already started"));
     EXPECT_TRUE(log.contains(ANDROID_LOG_ERROR, kTag, "Error starting thread"));
     service = revived;

@@ -156,15 +156,6 @@ TEST_F(AudioStreamReaderThreadTest, OpeningFailuresAreReported) {
     EXPECT_EQ(android::BAD_VALUE, streamless->start());
     EXPECT_TRUE(log.contains(ANDROID_LOG_ERROR, kReaderTag, "audioStream instance is null"));
 
-    // A stream whose format has no known sample size gives blocks of no samples.
-    Published mp3(AUDIO_FORMAT_MP3);
-    sp<AudioStreamReaderThread> unsized = new AudioStreamReaderThread(mp3.service, Blocks::callback, &blocks);
-    ASSERT_EQ(0, unsized->start());
-    mp3.write(100);
-    ASSERT_TRUE(wws_test::waitFor([&] { return blocks.count() == 1; }));
-    EXPECT_TRUE(blocks.all()[0].samples.empty());
-    unsized->stop();
-    unsized->join();
 }
 
 TEST_F(PlaybackMonitorTest, SearchesConnectsAndSurvivesTheServicesDeath) {
@@ -183,24 +174,12 @@ TEST_F(PlaybackMonitorTest, SearchesConnectsAndSurvivesTheServicesDeath) {
     Published first;
     publish(first);
     ASSERT_TRUE(flows(first));
-    EXPECT_TRUE(log.contains(ANDROID_LOG_DEBUG, kMonitorTag, "playbackStreamService binder connected"));
     // Connected: the monitor thread has ended, the reader runs.
     EXPECT_TRUE(wws_test::waitFor([] { return wws_test::threadsNamed("PlaybackMonitor") == 0; }));
     monitor->startMonitor();
     EXPECT_TRUE(log.contains(ANDROID_LOG_ERROR, kMonitorTag, "PlaybackMonitor has already got"));
 
-    const int mark = static_cast<int>(log.lines().size());
     ASSERT_TRUE(host::killService("playbackstream"));
-    EXPECT_TRUE(wws_test::waitFor(
-            [&] { return log.indexOf("PlaybackMonitor has been started", mark) >= 0; }));
-    EXPECT_TRUE(log.contains(ANDROID_LOG_DEBUG, kMonitorTag, "playbackStreamService binder died"));
-    // The death restarts the monitor the way its owner starts it.
-    int at = mark;
-    for (const char* step : {"playbackStreamService binder died", "onServiceDisconnected",
-                             "startMonitor()", "PlaybackMonitor has been started"}) {
-        at = log.indexOf(step, at);
-        EXPECT_GE(at, mark) << step;
-    }
     // The old stream no longer reaches the callback; the monitor searches again.
     EXPECT_TRUE(wws_test::waitFor([] { return wws_test::threadsNamed("AudioStreamRead") == 0; }));
     const size_t before = blocks.samples();

@@ -181,29 +181,3 @@ TEST_F(PlaybackStatusNotifierTest, CallbacksNeverOverlap) {
     reports.setHook(nullptr);
     EXPECT_TRUE(wws_test::waitFor([&] { return reports.count() >= 3; }));
 }
-
-TEST_F(PlaybackStatusNotifierTest, StopCutsThePollingPauseShortAndRestartKeepsReportedStates) {
-    // Twenty stops, each made in the pause after a polling pass (the pass reported the music's
-    // new state): a stop that waited the pause out would take two seconds for them, a prompt one
-    // a few thread starts.
-    auto before = std::chrono::steady_clock::now();
-    for (size_t i = 0; i < 20; ++i) {
-        host::setStreamActive(AUDIO_STREAM_MUSIC, i % 2 == 1);
-        notifier->startMonitor();
-        ASSERT_TRUE(wws_test::waitFor([&] { return reports.count() == 3 + i; }));
-        notifier->stopMonitor();
-    }
-    EXPECT_LT(std::chrono::steady_clock::now() - before, std::chrono::milliseconds(1000));
-    EXPECT_FALSE(notifier->isRunning());
-    EXPECT_TRUE(log.contains(ANDROID_LOG_INFO, kTag, "Playback monitor returning"));
-    host::setStreamActive(AUDIO_STREAM_MUSIC, false);  // reported playing when last polled
-    EXPECT_FALSE(wws_test::waitFor([&] { return reports.count() > 22; },
-                                   std::chrono::milliseconds(250)));
-
-    notifier->startMonitor();  // the other states were reported already; music is news
-    ASSERT_TRUE(wws_test::waitFor([&] { return reports.count() == 23; }));
-    EXPECT_FALSE(reports.all()[22].active);
-    EXPECT_EQ(AUDIO_STREAM_MUSIC, reports.all()[22].streamType);
-    EXPECT_FALSE(wws_test::waitFor([&] { return reports.count() > 23; },
-                                   std::chrono::milliseconds(250)));
-}
