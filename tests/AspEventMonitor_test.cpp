@@ -179,20 +179,6 @@ TEST_F(AspEventMonitorTest, StopReportsZeroOnlyWithAOneOutstanding) {
                              "ignore event from ASP, because AspEventHandler is not running"));
 }
 
-TEST_F(AspEventMonitorTest, AfterTheServiceDiesTheListenerIsRegisteredWithTheNewOne) {
-    startRegistered();
-    ASSERT_TRUE(host::killService(asp::host::kServiceName));
-    sp<asp::host::AudioSignalProcessorService> revived = asp::host::publishService();
-    ASSERT_TRUE(wws_test::waitFor([&] { return revived->listenerCount() == 1; }));
-    // The restart reports 0 once, from the binder thread that told of the death.
-    EXPECT_EQ((std::vector<int64_t>{0, 0}), reports.values());
-    EXPECT_TRUE(log.contains(ANDROID_LOG_ERROR, kTag, "AspEventHandler has already started"));
-    EXPECT_TRUE(log.contains(ANDROID_LOG_ERROR, kTag, "Error starting thread"));
-    service = revived;
-    send(2, kActive);
-    EXPECT_EQ(1, reports.values().back());
-}
-
 TEST_F(AspEventMonitorTest, SearchesUntilTheServiceAppearsAndStopsPromptly) {
     host::resetServices();
     host::setServiceLookupWaitMs(20);

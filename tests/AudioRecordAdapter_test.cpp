@@ -102,20 +102,6 @@ TEST_F(AudioRecordAdapterTest, RecordingStoppedByThePlatformIsReplaced) {
     adapter->stop();
 }
 
-TEST_F(AudioRecordAdapterTest, InactiveSourceAlwaysGetsAFreshRecording) {
-    sp<AudioRecordAdapter> adapter = makeAdapter();
-    ASSERT_EQ(0, adapter->ensureStarted());
-    ASSERT_EQ(1, host::stopRecordings(kSource));  // nothing captures on the source now
-    ASSERT_EQ(0, adapter->ensureStarted());
-    EXPECT_EQ(2, host::recordingsCreated(kSource));
-    EXPECT_EQ(1, host::activeRecordings(kSource));
-
-    // Stopping a recording the platform already stopped only releases it.
-    host::stopRecordings(kSource);
-    EXPECT_EQ(0, adapter->stop());
-    EXPECT_EQ(0, host::activeRecordings(kSource));
-}
-
 TEST_F(AudioRecordAdapterTest, FailuresAreLoggedAndLeaveNoRecording) {
     sp<AudioRecordAdapter> adapter = makeAdapter();
 

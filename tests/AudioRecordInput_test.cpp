@@ -1,5 +1,5 @@
-// AudioRecordInput: the supervision thread keeps recordings alive, is started once, and stops
-// promptly.
+// AudioRecordInput: the supervision thread keeps recordings alive, is started once, and waits its
+// interval between passes.
 #include <gtest/gtest.h>
 #include <media/AudioRecord.h>
 #include <media/HostAudio.h>
