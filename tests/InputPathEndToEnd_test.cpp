@@ -1,24 +1,10 @@
 // End to end on the native side: a WAV file injected into the service in real time, and live
 // microphone audio from the host audio system, reach the input decoder sample for sample with
 // running indices, and the mirror stream holds the same bytes.
-#include <gtest/gtest.h>
-#include <media/HostAudio.h>
-#include <norvo_fake/FakeNorvo.h>
-
-#include "AudioFeed.h"
-#include "LogCapture.h"
-#include "ServiceFactory.h"
-#include "Wait.h"
+#include "ServiceTest.h"
 #include "WavFile.h"
 
-using android::sp;
-using velmar::WakeWordService;
-using wws_test::ServiceConfig;
-namespace host = android::host;
-
 namespace {
-
-constexpr const char* kInput = "WakeWordService_input_decoder";
 
 // Every push's first_sample_index equals the samples pushed before it.
 void expectContinuousIndices(const std::vector<std::string>& metadata) {

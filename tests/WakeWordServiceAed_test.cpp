@@ -1,23 +1,11 @@
 // Audio event detection: the rebuild of model set and decoder, its status reports and client
 // events in order, custom sounds, the decoder kind per input, and the refusals.
-#include <gtest/gtest.h>
-
 #include <algorithm>
-#include <norvo_fake/FakeNorvo.h>
 
-#include "AudioFeed.h"
-#include "LogCapture.h"
-#include "ServiceFactory.h"
-
-using android::sp;
-using velmar::WakeWordService;
-using wws_test::LogCapture;
-using wws_test::ServiceConfig;
+#include "ServiceTest.h"
 
 namespace {
 
-constexpr const char* kTag = "WakeWordService";
-constexpr const char* kAed = "WakeWordService_audiopresence_decoder";
 constexpr const char* kAedSet = "AudioPresenceNorvo_modelset";
 constexpr const char* kSignature =
         "android::status_t velmar::WakeWordService::setAudioEventDetectionMode(bool)";
@@ -38,21 +26,19 @@ std::vector<std::string> aedCalls(size_t from) {
     return calls;
 }
 
-class WakeWordServiceAed : public testing::Test {
+class WakeWordServiceAed : public wws_test::ServiceTest {
   protected:
     void SetUp() override {
-        norvo_fake::reset();
+        ServiceTest::SetUp();
         config.aedAvailable = true;
         config.aedCustomModelPath = nullptr;
     }
+    // Started, with the status reports of initialisation forgotten.
     sp<WakeWordService> start() {
-        sp<WakeWordService> service = wws_test::createService(config);
-        EXPECT_EQ(0, service->mInitStatus);
+        sp<WakeWordService> service = ServiceTest::start();
         wws_test::clearStatusReports();
         return service;
     }
-    LogCapture log;
-    ServiceConfig config;
 };
 
 }  // namespace
@@ -80,7 +66,6 @@ TEST_F(WakeWordServiceAed, EnablingRebuildsTheDecoderAndReportsInOrder) {
     EXPECT_EQ("pcm16", decoder.kind);
     EXPECT_EQ(std::vector<std::string>({kAed, kAedSet, "norvo", "0", "0", "0", "0"}),
               norvo_fake::callsOf("NorvoDecoder_NewPcmInt16")[0].args);
-
 
     EXPECT_EQ(0, service->setAudioEventDetectionMode(false));
     EXPECT_FALSE(service->mAedEnabled);

@@ -1,30 +1,16 @@
 // Detection control: capture on and off, keyword sessions, client events, the fingerprint
 // database, library attributes, and the refusals of a service whose initialisation failed.
-#include <gtest/gtest.h>
 #include <binder/HostBinder.h>
 #include <host/HostThreads.h>
-#include <media/HostAudio.h>
-#include <norvo_fake/FakeNorvo.h>
 
 #include <atomic>
 #include <functional>
 #include <thread>
 
-#include "LogCapture.h"
-#include "ServiceFactory.h"
-#include "Wait.h"
-
-using android::sp;
-using velmar::WakeWordService;
-using wws_test::LogCapture;
-using wws_test::ServiceConfig;
-namespace host = android::host;
+#include "ServiceTest.h"
 
 namespace {
 
-constexpr const char* kTag = "WakeWordService";
-constexpr const char* kInput = "WakeWordService_input_decoder";
-constexpr const char* kPlayback = "WakeWordService_playback_decoder";
 using Args = std::vector<std::string>;
 
 std::vector<Args> clientEvents() {
@@ -43,18 +29,7 @@ std::vector<std::string> sessionEnds() {
     return ends;
 }
 
-class WakeWordServiceControl : public testing::Test {
-  protected:
-    void SetUp() override {
-        norvo_fake::reset();
-        host::reset();
-        host::attachSource(AUDIO_SOURCE_HOTWORD,
-                           new host::GeneratedPcm([](uint64_t, uint32_t) { return 0; }));
-    }
-    void TearDown() override { host::reset(); }
-    LogCapture log;
-    ServiceConfig config;
-};
+using WakeWordServiceControl = wws_test::ServiceTest;
 
 }  // namespace
 

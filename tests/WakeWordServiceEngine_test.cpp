@@ -1,26 +1,14 @@
 // Engine setup: the call sequence and arguments, which failures stop it and with which messages,
 // and the small static helpers (log and metrics sinks, device JSON, thread priority).
 #include <android-base/properties.h>
-#include <gtest/gtest.h>
-#include <norvo_fake/FakeNorvo.h>
 #include <unistd.h>
 
-#include <string>
 #include <thread>
-#include <vector>
 
-#include "LogCapture.h"
-#include "ServiceFactory.h"
-#include "Wait.h"
-
-using android::sp;
-using velmar::WakeWordService;
-using wws_test::LogCapture;
-using wws_test::ServiceConfig;
+#include "ServiceTest.h"
 
 namespace {
 
-constexpr const char* kTag = "WakeWordService";
 const char* const kDeviceProperties[] = {"ro.build.type", "ro.build.version.release",
                                          "ro.build.display.id", "ro.build.version.incremental",
                                          "ro.product.device"};
@@ -35,15 +23,16 @@ std::string argOf(const std::string& op, size_t index = 0, size_t which = 0) {
     return calls[which].args[index];
 }
 
-class WakeWordServiceEngine : public testing::Test {
+class WakeWordServiceEngine : public wws_test::ServiceTest {
   protected:
     void SetUp() override {
-        norvo_fake::reset();
+        ServiceTest::SetUp();
         clearDeviceProperties();
     }
-    void TearDown() override { clearDeviceProperties(); }
-    LogCapture log;
-    ServiceConfig config;
+    void TearDown() override {
+        clearDeviceProperties();
+        ServiceTest::TearDown();
+    }
 };
 
 }  // namespace

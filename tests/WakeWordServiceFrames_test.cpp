@@ -1,34 +1,9 @@
 // The input frame time and its fallbacks, and the backfill nothing asks for.
-#include <gtest/gtest.h>
-#include <media/HostAudio.h>
-#include <norvo_fake/FakeNorvo.h>
-
-#include "AudioFeed.h"
-#include "LogCapture.h"
-#include "ServiceFactory.h"
-#include "Wait.h"
-
-using android::sp;
-using velmar::WakeWordService;
-using wws_test::LogCapture;
-using wws_test::ServiceConfig;
-namespace host = android::host;
+#include "ServiceTest.h"
 
 namespace {
 
-constexpr const char* kTag = "WakeWordService";
-constexpr const char* kInput = "WakeWordService_input_decoder";
-
-class WakeWordServiceFrames : public testing::Test {
-  protected:
-    void SetUp() override {
-        norvo_fake::reset();
-        host::reset();
-    }
-    void TearDown() override { host::reset(); }
-    LogCapture log;
-    ServiceConfig config;
-};
+using WakeWordServiceFrames = wws_test::ServiceTest;
 
 int64_t nowMs() { return velmar::getTimeNs() / 1000000; }
 

@@ -1,30 +1,15 @@
 // The input audio path: what each decoder and each mirror stream receives for mono, one-mic and
 // three-channel input, the frame bound, the drop rules, test mode, the fan-out order and the fatal
 // engine status.
-#include <gtest/gtest.h>
-#include <norvo_fake/FakeNorvo.h>
-
 #include <cstdlib>
 #include <numeric>
 #include <thread>
 
-#include "AudioFeed.h"
-#include "LogCapture.h"
-#include "ServiceFactory.h"
+#include "ServiceTest.h"
 #include "TestMediaSources.h"
-#include "Wait.h"
 #include "WavFile.h"
 
-using android::sp;
-using velmar::WakeWordService;
-using wws_test::LogCapture;
-using wws_test::sampleEvent;
-using wws_test::ServiceConfig;
-
 namespace {
-
-constexpr const char* kTag = "WakeWordService";
-constexpr const char* kInput = "WakeWordService_input_decoder";
 
 std::vector<int16_t> interleaved(size_t frames, uint32_t channels, int16_t first = 1) {
     // Channel c of frame f holds first + f * 10 + c: every sample tells where it came from.
@@ -43,19 +28,7 @@ std::vector<int16_t> channel(const std::vector<int16_t>& samples, uint32_t chann
     return one;
 }
 
-class WakeWordServiceInput : public testing::Test {
-  protected:
-    void SetUp() override { norvo_fake::reset(); }
-    void TearDown() override { velmar::gTestMode = false; }
-    sp<WakeWordService> start() {
-        sp<WakeWordService> service = wws_test::createService(config);
-        EXPECT_EQ(0, service->mInitStatus);
-        EXPECT_TRUE(service->mInputModelReady);
-        return service;
-    }
-    LogCapture log;
-    ServiceConfig config;
-};
+using WakeWordServiceInput = wws_test::ServiceTest;
 
 }  // namespace
 

@@ -1,26 +1,9 @@
 // Construction, initialize's failures, destroy's removals and the reference-counted teardown.
-#include <gtest/gtest.h>
-#include <media/HostAudio.h>
-#include <norvo_fake/FakeNorvo.h>
 #include <unistd.h>
 
-#include <string>
-#include <vector>
-
-#include "AudioFeed.h"
-#include "LogCapture.h"
-#include "ServiceFactory.h"
-#include "Wait.h"
-
-using android::sp;
-using velmar::WakeWordService;
-using wws_test::LogCapture;
-using wws_test::ServiceConfig;
+#include "ServiceTest.h"
 
 namespace {
-
-constexpr const char* kTag = "WakeWordService";
-namespace host = android::host;
 
 // destroy()'s callback removals, in order, with the message each failed removal logs.
 const std::vector<std::pair<std::string, std::string>> kRemovals = {
@@ -68,12 +51,7 @@ std::string dumpText(WakeWordService& service) {
     return n > 0 ? std::string(buffer, static_cast<size_t>(n)) : std::string();
 }
 
-class WakeWordServiceLifecycle : public testing::Test {
-  protected:
-    void SetUp() override { norvo_fake::reset(); }
-    LogCapture log;
-    ServiceConfig config;
-};
+using WakeWordServiceLifecycle = wws_test::ServiceTest;
 
 }  // namespace
 

@@ -1,30 +1,8 @@
 // The wake-word model set: decoder configuration from the model attributes and the wake-word
 // list, decoder formats, the unified-model decision, teardown order and model switching.
-#include <gtest/gtest.h>
-#include <norvo_fake/FakeNorvo.h>
-
-#include <string>
-#include <vector>
-
-#include <media/HostAudio.h>
-
-#include "AudioFeed.h"
-#include "LogCapture.h"
-#include "ServiceFactory.h"
-#include "Wait.h"
-
-using android::sp;
-using velmar::WakeWordService;
-using wws_test::LogCapture;
-using wws_test::ServiceConfig;
-namespace host = android::host;
+#include "ServiceTest.h"
 
 namespace {
-
-constexpr const char* kTag = "WakeWordService";
-constexpr const char* kInput = "WakeWordService_input_decoder";
-constexpr const char* kPlayback = "WakeWordService_playback_decoder";
-constexpr const char* kModelSet = "WakeWordService_modelset";
 
 std::string attributesWith(const std::string& elements) {
     return "{\"model_attributes\":[" + elements + "]}";
@@ -42,19 +20,7 @@ std::string decoderConfig(const char* id) {
     return norvo_fake::decoder(id, &info) ? info.config : "<no decoder>";
 }
 
-class WakeWordServiceModel : public testing::Test {
-  protected:
-    void SetUp() override {
-        norvo_fake::reset();
-        host::reset();
-        host::attachSource(AUDIO_SOURCE_HOTWORD,
-                           new host::GeneratedPcm([](uint64_t, uint32_t) { return 0; }));
-    }
-    void TearDown() override { host::reset(); }
-    sp<WakeWordService> start() { return wws_test::createService(config); }
-    LogCapture log;
-    ServiceConfig config;
-};
+using WakeWordServiceModel = wws_test::ServiceTest;
 
 }  // namespace
 
@@ -212,7 +178,6 @@ TEST_F(WakeWordServiceModel, EngineFailuresWhileBuildingAreLogged) {
         EXPECT_TRUE(log.contains(ANDROID_LOG_ERROR, kTag, c.message));
     }
 }
-
 
 // Teardown takes each decoder out of its audio path before the engine deletes it: a buffer that
 // arrives meanwhile is dropped, never pushed to a decoder going away. Decoders go before their

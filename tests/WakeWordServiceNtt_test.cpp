@@ -1,25 +1,12 @@
 // Natural turn taking: the separate decoder's life (creation, switching with revert, deletion), the
 // mode table, where configuration and events go for unified and separate models, and the
 // placement of client events in the input audio.
-#include <gtest/gtest.h>
-#include <norvo_fake/FakeNorvo.h>
-
 #include <cstdio>
 
-#include "AudioFeed.h"
-#include "LogCapture.h"
-#include "ServiceFactory.h"
-
-using android::sp;
-using velmar::WakeWordService;
-using wws_test::LogCapture;
-using wws_test::ServiceConfig;
+#include "ServiceTest.h"
 
 namespace {
 
-constexpr const char* kTag = "WakeWordService";
-constexpr const char* kInput = "WakeWordService_input_decoder";
-constexpr const char* kNtt = "wws_ntt";
 constexpr const char* kNttSet = "WakeWordService_ntt_modelset";
 constexpr const char* kUnified =
         "{\"model_attributes\":[{\"model_id\":\"norvo\",\"keyword\":{\"supported-keyword-list\":"
@@ -46,23 +33,12 @@ std::vector<std::string> nttEvents() {
 
 int64_t nowMs() { return velmar::getTimeNs() / 1000000; }
 
-class WakeWordServiceNtt : public testing::Test {
+class WakeWordServiceNtt : public wws_test::ServiceTest {
   protected:
-    void SetUp() override {
-        norvo_fake::reset();
-        wws_test::clearStatusReports();
-    }
-    sp<WakeWordService> start() {
-        sp<WakeWordService> service = wws_test::createService(config);
-        EXPECT_EQ(0, service->mInitStatus);
-        return service;
-    }
     std::string manifestOf(const char* modelSet) {
         norvo_fake::ModelSetInfo info;
         return norvo_fake::modelSet(modelSet, &info) ? info.manifestPath : "<none>";
     }
-    LogCapture log;
-    ServiceConfig config;
 };
 
 }  // namespace

@@ -1,54 +1,21 @@
 // The playback path: what the playback decoder receives and when, the playback frame counter, the
 // push switch, injected versus live playback, and playback states as engine client events.
-#include <gtest/gtest.h>
 #include <media/AudioRecord.h>
-#include <media/HostAudio.h>
-#include <norvo_fake/FakeNorvo.h>
 
-#include "AudioFeed.h"
-#include "LogCapture.h"
-#include "ServiceFactory.h"
+#include "ServiceTest.h"
 #include "TestMediaSources.h"
-#include "Wait.h"
 #include "WavFile.h"
-
-using android::sp;
-using velmar::WakeWordService;
-using wws_test::LogCapture;
-using wws_test::sampleEvent;
-using wws_test::ServiceConfig;
-namespace host = android::host;
 
 namespace {
 
-constexpr const char* kTag = "WakeWordService";
-constexpr const char* kInput = "WakeWordService_input_decoder";
-constexpr const char* kPlayback = "WakeWordService_playback_decoder";
+using wws_test::clientEvents;
 
-// "name|value" of every client event pushed to decoderId, in order.
-std::vector<std::string> clientEvents(const std::string& decoderId) {
-    std::vector<std::string> events;
-    for (const auto& call : norvo_fake::callsOf("NorvoDecoder_PushClientEvents")) {
-        if (call.args[0] == decoderId) events.push_back(call.args[2] + "|" + call.args[3]);
-    }
-    return events;
-}
-
-class WakeWordServicePlayback : public testing::Test {
+class WakeWordServicePlayback : public wws_test::ServiceTest {
   protected:
     void SetUp() override {
-        norvo_fake::reset();
-        host::reset();
+        ServiceTest::SetUp();
         config.playbackViaAudioRecord = true;
     }
-    void TearDown() override { host::reset(); }
-    sp<WakeWordService> start() {
-        sp<WakeWordService> service = wws_test::createService(config);
-        EXPECT_EQ(0, service->mInitStatus);
-        return service;
-    }
-    LogCapture log;
-    ServiceConfig config;
 };
 
 }  // namespace
