@@ -146,18 +146,6 @@ TEST_F(AudioStreamReaderThreadTest, BlocksArriveWithThePositionBeforeEach) {
     EXPECT_EQ(3072u, blocks.all().back().position);
 }
 
-TEST_F(AudioStreamReaderThreadTest, OpeningFailuresAreReported) {
-    sp<AudioStreamReaderThread> orphan = new AudioStreamReaderThread(nullptr, Blocks::callback, &blocks);
-    EXPECT_EQ(android::INVALID_OPERATION, orphan->start());
-    EXPECT_TRUE(log.contains(ANDROID_LOG_ERROR, kReaderTag, "Cannot openReader from null audioStreamService"));
-    EXPECT_TRUE(log.contains(ANDROID_LOG_ERROR, kReaderTag, "Error open reader from audioStream."));
-    sp<velmar::host::AudioStreamService> empty = new velmar::host::AudioStreamService();
-    sp<AudioStreamReaderThread> streamless = new AudioStreamReaderThread(empty, Blocks::callback, &blocks);
-    EXPECT_EQ(android::BAD_VALUE, streamless->start());
-    EXPECT_TRUE(log.contains(ANDROID_LOG_ERROR, kReaderTag, "audioStream instance is null"));
-
-}
-
 TEST_F(PlaybackMonitorTest, SearchesConnectsAndSurvivesTheServicesDeath) {
     host::setServiceLookupWaitMs(20);
     monitor->startMonitor();

@@ -126,30 +126,6 @@ TEST_F(PlaybackStatusNotifierTest, StreamChangesAreReportedOnceEach) {
                                    std::chrono::milliseconds(350)));
 }
 
-TEST_F(PlaybackStatusNotifierTest, TtsStateIsReportedOnChangeOnTheCallersThread) {
-    // Before any sample the entry counts as reported playing: "not playing" is news.
-    notifier->notifyTtsState(false);
-    ASSERT_EQ(1u, reports.count());
-    notifier->notifyTtsState(true);
-    notifier->notifyTtsState(true);
-    std::vector<Report> all = reports.all();
-    ASSERT_EQ(2u, all.size());
-    EXPECT_TRUE(all[1].active);
-    EXPECT_EQ(kTts, all[1].streamType);
-    EXPECT_EQ(thisThread(), all[1].thread);
-    EXPECT_TRUE(log.contains(ANDROID_LOG_INFO, kTag, "notifyTtsState: State change stream[9] state[1]"));
-    EXPECT_EQ(1u, log.count("notifyTtsState: redundant state update: 1 Ignoring.."));
-    EXPECT_TRUE(log.contains(ANDROID_LOG_DEBUG, kTag, "notifyTtsState: 1"));
-
-    // Playing when monitoring starts agrees with the last report: only music and alarm are news.
-    host::setStreamActive(static_cast<audio_stream_type_t>(kTts), true);
-    notifier->startMonitor();
-    ASSERT_TRUE(wws_test::waitFor([&] { return reports.count() == 4; }));
-    all = reports.all();
-    EXPECT_EQ(AUDIO_STREAM_MUSIC, all[2].streamType);
-    EXPECT_EQ(AUDIO_STREAM_ALARM, all[3].streamType);
-}
-
 // Callbacks run one at a time: a text-to-speech report waits while a polled report's callback
 // is still running.
 TEST_F(PlaybackStatusNotifierTest, CallbacksNeverOverlap) {

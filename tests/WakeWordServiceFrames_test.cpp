@@ -1,4 +1,4 @@
-// The input frame time and its fallbacks, and the backfill nothing asks for.
+// The input frame time and its fallbacks.
 #include "ServiceTest.h"
 
 namespace {
@@ -44,18 +44,4 @@ TEST_F(WakeWordServiceFrames, FrameTimePrefersKernelThenServerTimePlusOffset) {
     host::setTimestampConfig(timestamps);
     EXPECT_EQ(0, service->getInputFrameTime(timeMs));
     EXPECT_EQ((serverNs + 3000000000LL) / 1000000, timeMs);
-}
-
-// Nothing in the service asks for a backfill: the call answers at once and touches no audio.
-TEST_F(WakeWordServiceFrames, BackfillIsNotRequired) {
-    sp<WakeWordService> service = wws_test::createService(config);
-    std::vector<int16_t> audio(10000, 5);
-    wws_test::deliverInput(*service, audio, audio.size());
-    EXPECT_EQ(0, service->backfillAudioIfNeeded());
-    EXPECT_TRUE(log.contains(ANDROID_LOG_DEBUG, kTag,
-                             "backfillAudioIfNeeded: backfill is not required, skipping"));
-    int64_t frames = 0;
-    EXPECT_EQ(0, service->getInputFrameCount(frames));
-    EXPECT_EQ(10000, frames);
-    EXPECT_EQ(10000u, norvo_fake::pushedSamples(kInput).size());
 }
