@@ -94,18 +94,10 @@ TEST_F(WakeWordInjectorTest, FileArrivesInBlocksPacedAtItsOwnRate) {
 }
 
 TEST_F(WakeWordInjectorTest, RefusalsLeaveTheInjectorIdle) {
-    std::string stereo = wws_test::writeWav("stereo.wav", wws_test::rampSamples(3200), 16000, 2);
     std::string text = wws_test::tempPath("text.wav");
     std::ofstream(text) << "plain text, not RIFF";
-    const std::pair<std::string, android::status_t> files[] = {
-            {stereo, android::INVALID_OPERATION}, {"/no/such.wav", android::BAD_VALUE},
-            {text, android::BAD_VALUE}};
-    for (const auto& file : files) {
-        EXPECT_EQ(file.second, injector->doInjectWaveFileInRealTime(file.first.c_str(), false));
-    }
-    EXPECT_EQ((std::vector<std::string>{"Injected wav files may only contain one channel.",
-                                        "Unable to get wave file data from filePath: /no/such.wav",
-                                        "Unable to get wave file data from filePath: " + text}),
+    EXPECT_EQ(android::BAD_VALUE, injector->doInjectWaveFileInRealTime(text.c_str(), false));
+    EXPECT_EQ((std::vector<std::string>{"Unable to get wave file data from filePath: " + text}),
               log.messages(ANDROID_LOG_ERROR, kTag));
 
     class NoFormat : public InertSource {
@@ -146,7 +138,6 @@ TEST_F(WakeWordInjectorTest, OneInjectionAtATimeOnANamedThread) {
     sp<GatedSource> held = new GatedSource(wws_test::rampSamples(1000));
     ASSERT_EQ(0, injector->doPushInRealTime(held, true));
     EXPECT_TRUE(injector->isInjecting());
-    // The kernel keeps 15 characters of the name; the new thread names itself as it starts.
     EXPECT_TRUE(wws_test::waitFor([] { return wws_test::threadsNamed("WakeWordInjecto") == 1; }));
 
     std::string path = wws_test::writeWav("other.wav", wws_test::rampSamples(320), 16000);
@@ -164,7 +155,6 @@ TEST_F(WakeWordInjectorTest, OneInjectionAtATimeOnANamedThread) {
         std::lock_guard<std::mutex> guard(blocks.lock);
         EXPECT_EQ(std::vector<bool>(blocks.flags.size(), true), blocks.flags);  // the first's flag
     }
-    EXPECT_TRUE(wws_test::waitFor([] { return wws_test::threadsNamed("WakeWordInjecto") == 0; }));
     ASSERT_EQ(0, injector->doInjectWaveFileInRealTime(path.c_str(), false));
     ASSERT_TRUE(finished(injector));
 }

@@ -62,24 +62,26 @@ TEST_F(WakeWordServiceEngine, RegistersInOrderThenBuildsTheModelAndReportsNearMi
               }),
               norvo_fake::callNames());
 
+    // Which function went where: the service's own sinks, and each caller's function unchanged.
     using norvo_fake::fnText;
-    EXPECT_EQ(fnText(&WakeWordService::norvoLoggingCallback), argOf("NorvoApi_SetLoggingCallback"));
-    EXPECT_EQ(fnText(&wws_test::testEnumeratedResult),
-              argOf("NorvoApi_SetEnumeratedResultCallback"));
-    EXPECT_EQ(fnText(&wws_test::testJsondata), argOf("NorvoApi_SetJsondataCallback"));
-    EXPECT_EQ(fnText(&wws_test::testLocalCommandResult),
-              argOf("NorvoApi_SetLocalCommandEnumeratedResultCallback"));
-    EXPECT_EQ(fnText(&WakeWordService::norvoMetricsCallback), argOf("NorvoApi_SetMetricsCallback"));
-    EXPECT_EQ(fnText(&wws_test::testRecordMetrics), argOf("NorvoApi_SetDmsMetricsCallback"));
-    EXPECT_EQ(fnText(&wws_test::testRecordQuillanMetrics),
-              argOf("NorvoApi_SetDmsQuillanMetricsCallback"));
+    const std::pair<const char*, std::string> registered[] = {
+            {"NorvoApi_SetLoggingCallback", fnText(&WakeWordService::norvoLoggingCallback)},
+            {"NorvoApi_SetEnumeratedResultCallback", fnText(&wws_test::testEnumeratedResult)},
+            {"NorvoApi_SetJsondataCallback", fnText(&wws_test::testJsondata)},
+            {"NorvoApi_SetLocalCommandEnumeratedResultCallback",
+             fnText(&wws_test::testLocalCommandResult)},
+            {"NorvoApi_SetMetricsCallback", fnText(&WakeWordService::norvoMetricsCallback)},
+            {"NorvoApi_SetDmsMetricsCallback", fnText(&wws_test::testRecordMetrics)},
+            {"NorvoApi_SetDmsQuillanMetricsCallback", fnText(&wws_test::testRecordQuillanMetrics)},
+            {"NorvoApi_SetFederatedLearningEventCallback",
+             fnText(&wws_test::testFederatedLearningEvent)},
+            {"NorvoApi_SetFederatedLearningUnsecuredEventCallback",
+             fnText(&wws_test::testFederatedLearningUnsecured)},
+            {"NorvoApi_SetFederatedLearningIdleDetectionCallback",
+             fnText(&wws_test::testFederatedLearningIdle)},
+    };
+    for (const auto& each : registered) EXPECT_EQ(each.second, argOf(each.first)) << each.first;
     EXPECT_EQ("3600", argOf("NorvoApi_SetLocalTimeOffset"));
-    EXPECT_EQ(fnText(&wws_test::testFederatedLearningEvent),
-              argOf("NorvoApi_SetFederatedLearningEventCallback"));
-    EXPECT_EQ(fnText(&wws_test::testFederatedLearningUnsecured),
-              argOf("NorvoApi_SetFederatedLearningUnsecuredEventCallback"));
-    EXPECT_EQ(fnText(&wws_test::testFederatedLearningIdle),
-              argOf("NorvoApi_SetFederatedLearningIdleDetectionCallback"));
     EXPECT_EQ("WakeWordService_modelset", argOf("NorvoModelSet_New", 0));
     EXPECT_EQ("/models/ww/norvo.manifest", argOf("NorvoModelSet_New", 1));
     EXPECT_EQ("", argOf("NorvoModelSet_New", 2));

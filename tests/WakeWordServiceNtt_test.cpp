@@ -155,9 +155,6 @@ TEST_F(WakeWordServiceNtt, FailedSwitchRestoresThePreviousModel) {
     // The new model's decoder cannot be made: its model set goes, the old model comes back.
     norvo_fake::setStatusOnce("NorvoDecoder_NewSpotterAudioDecoder", kNtt, 5);
     EXPECT_EQ(5, service->switchNttModel("/broken.manifest"));
-    EXPECT_TRUE(log.contains(ANDROID_LOG_ERROR, kTag,
-                             "Failed to switch to NTT model specified by the new manifest path. "
-                             "Reverting back to the previous model."));
     EXPECT_TRUE(service->mNttDecoderReady);
     EXPECT_EQ("/models/ntt/norvo.manifest", manifestOf(kNttSet));
     EXPECT_EQ("/models/ntt/norvo.manifest", service->mNttModelPath);
@@ -165,12 +162,6 @@ TEST_F(WakeWordServiceNtt, FailedSwitchRestoresThePreviousModel) {
     // Deleted twice: the old model set, then the new one that has no decoder.
     EXPECT_EQ(2u, norvo_fake::callsOf("NorvoModelSet_Delete").size());
 
-    EXPECT_EQ(0, service->switchNttModel("/models/ntt/v2.manifest"));
-    EXPECT_EQ("/models/ntt/v2.manifest", manifestOf(kNttSet));
-    EXPECT_EQ("/models/ntt/v2.manifest", service->mNttModelPath);
-    EXPECT_TRUE(log.contains(ANDROID_LOG_DEBUG, kTag,
-                             "Successfully switched NTT model to use the manifest path: "
-                             "'/models/ntt/v2.manifest'"));
 }
 
 TEST_F(WakeWordServiceNtt, TeardownDeletesTheDecoderAndItsResultCallback) {
