@@ -107,22 +107,6 @@ class AspEventMonitorTest : public testing::Test {
 
 }  // namespace
 
-TEST_F(AspEventMonitorTest, StartReportsZeroOnceAndRegistersOnItsThread) {
-    monitor->start();
-    ASSERT_EQ((std::vector<int64_t>{0}), reports.values());
-    EXPECT_EQ("ASPState", reports.all()[0].name);
-    ASSERT_TRUE(wws_test::waitFor([&] { return service->listenerCount() == 1; }));
-    // Registered, the monitor thread ends; the handler thread stays.
-    EXPECT_TRUE(wws_test::waitFor([] { return wws_test::threadsNamed("AspEventMonitor") == 0; }))
-            << wws_test::threadsNamed("AspEventMonitor") << " monitor threads";
-    EXPECT_TRUE(wws_test::waitFor([] { return wws_test::threadsNamed("AspEventHandler") == 1; }));
-    EXPECT_TRUE(staysAt(1));
-
-    monitor->start();  // holding the service: nothing happens, not even a report
-    EXPECT_TRUE(log.contains(ANDROID_LOG_ERROR, kTag, "AspEventMonitor has already got"));
-    EXPECT_EQ(1u, reports.count());
-}
-
 TEST_F(AspEventMonitorTest, ActiveSignalHoldsOneForFourSecondsAfterTheLastOne) {
     startRegistered();
     send(2, kActive);

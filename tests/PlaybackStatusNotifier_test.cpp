@@ -79,31 +79,6 @@ class PlaybackStatusNotifierTest : public testing::Test {
 
 }  // namespace
 
-TEST_F(PlaybackStatusNotifierTest, StartReportsEachIdleStreamOnceOnItsThread) {
-    notifier->startMonitor();
-    // The text-to-speech sample is taken by startMonitor() itself, on the caller's thread.
-    std::vector<Report> first = reports.all();
-    ASSERT_GE(first.size(), 1u);
-    EXPECT_EQ(kTts, first[0].streamType);
-    EXPECT_FALSE(first[0].active);
-    EXPECT_EQ(thisThread(), first[0].thread);
-
-    ASSERT_TRUE(wws_test::waitFor([&] { return reports.count() == 3; }));
-    std::vector<Report> all = reports.all();
-    EXPECT_EQ(AUDIO_STREAM_MUSIC, all[1].streamType);
-    EXPECT_EQ(AUDIO_STREAM_ALARM, all[2].streamType);
-    EXPECT_FALSE(all[1].active || all[2].active);
-    EXPECT_NE(thisThread(), all[1].thread);
-    EXPECT_EQ(all[1].thread, all[2].thread);
-    // Nothing changes, so nothing more is reported, however many polls pass.
-    EXPECT_FALSE(wws_test::waitFor([&] { return reports.count() > 3; },
-                                   std::chrono::milliseconds(350)));
-
-    notifier->startMonitor();  // running already
-    EXPECT_TRUE(log.contains(ANDROID_LOG_ERROR, kTag, "PlaybackStatusNotifer has already started"));
-    EXPECT_TRUE(wws_test::waitFor([] { return wws_test::threadsNamed("PlaybackStatusN") == 1; }));
-}
-
 TEST_F(PlaybackStatusNotifierTest, StreamChangesAreReportedOnceEach) {
     notifier->startMonitor();
     ASSERT_TRUE(wws_test::waitFor([&] { return reports.count() == 3; }));

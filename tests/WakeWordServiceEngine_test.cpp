@@ -175,21 +175,6 @@ TEST_F(WakeWordServiceEngine, WhichLaterFailuresFailSetup) {
     }
 }
 
-TEST_F(WakeWordServiceEngine, UnifiedModelGetsItsNttConfigurationAndFailureIsOnlyLogged) {
-    norvo_fake::setModelSetAttributes("WakeWordService_modelset",
-                                      "{\"model_attributes\":[{\"model_id\":\"norvo\",\"keyword\":{"
-                                      "\"supported-keyword-list\":"
-                                      "[\"STOP\"]},\"ntt\":{}}]}");
-    norvo_fake::setStatus("NorvoDecoder_SetNttConfiguration", 4);
-    sp<WakeWordService> service = wws_test::createService(config);
-    EXPECT_EQ(0, service->mInitStatus);
-    EXPECT_TRUE(service->mNttSupportedInWwModel);
-    auto calls = norvo_fake::callsOf("NorvoDecoder_SetNttConfiguration");
-    ASSERT_EQ(1u, calls.size());
-    EXPECT_EQ((std::vector<std::string>{"WakeWordService_input_decoder", "0"}), calls[0].args);
-    EXPECT_TRUE(log.contains(ANDROID_LOG_ERROR, kTag, "Error setting NTT configuration (4)"));
-}
-
 TEST_F(WakeWordServiceEngine, EngineLogLevelsMapToAndroidPriorities) {
     sp<WakeWordService> service = wws_test::createService(config);
     log.clear();

