@@ -6,7 +6,6 @@
 #include <pthread.h>
 
 #include <atomic>
-#include <chrono>
 #include <condition_variable>
 #include <cstdio>
 #include <cstdlib>
@@ -21,7 +20,6 @@
 #include "Wait.h"
 
 using android::sp;
-using velmar::AspEventHandler;
 using velmar::AspEventMonitor;
 namespace host = android::host;
 

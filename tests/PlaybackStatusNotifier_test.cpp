@@ -1,20 +1,15 @@
-// PlaybackStatusNotifier: each change of the music, alarm and text-to-speech states is reported
-// once, on the thread the contract names, one callback at a time; start and stop behave.
+// PlaybackStatusNotifier: each change of the music and alarm states is reported once (the
+// text-to-speech state only on its owner's word), one callback at a time.
 #include <gtest/gtest.h>
 #include <media/HostAudio.h>
-#include <sys/syscall.h>
-#include <unistd.h>
 
-#include <atomic>
-#include <chrono>
 #include <condition_variable>
+#include <functional>
 #include <mutex>
 #include <thread>
 #include <vector>
 
-#include "LogCapture.h"
 #include "PlaybackStatusNotifier.h"
-#include "Threads.h"
 #include "Wait.h"
 
 using android::sp;
@@ -23,28 +18,23 @@ namespace host = android::host;
 
 namespace {
 
-constexpr const char* kTag = "PlaybackStatusNotifier";
 constexpr int kTts = AUDIO_STREAM_TTS;
 
 struct Report {
     bool active;
     int streamType;
-    int thread;
 };
-
-int thisThread() { return static_cast<int>(syscall(SYS_gettid)); }
 
 class Reports {
   public:
+    // Records the report, then runs the hook (outside this object's lock) with its stream type.
     static void callback(void* user, bool active, int streamType) {
-        static_cast<Reports*>(user)->add(active, streamType);
-    }
-    void add(bool active, int streamType) {
+        auto* self = static_cast<Reports*>(user);
         std::function<void(int)> hook;
         {
-            std::lock_guard<std::mutex> guard(mLock);
-            mReports.push_back(Report{active, streamType, thisThread()});
-            hook = mHook;
+            std::lock_guard<std::mutex> guard(self->mLock);
+            self->mReports.push_back(Report{active, streamType});
+            hook = self->mHook;
         }
         if (hook) hook(streamType);
     }
@@ -53,7 +43,6 @@ class Reports {
         return mReports;
     }
     size_t count() { return all().size(); }
-    // Called (outside this object's lock) after each report is recorded.
     void setHook(std::function<void(int)> hook) {
         std::lock_guard<std::mutex> guard(mLock);
         mHook = std::move(hook);
@@ -61,8 +50,8 @@ class Reports {
 
   private:
     std::mutex mLock;
-    std::vector<Report> mReports;
-    std::function<void(int)> mHook;
+    std::vector<Report> mReports;     // guarded by mLock
+    std::function<void(int)> mHook;  // guarded by mLock
 };
 
 class PlaybackStatusNotifierTest : public testing::Test {
@@ -74,7 +63,6 @@ class PlaybackStatusNotifierTest : public testing::Test {
     }
     Reports reports;
     sp<PlaybackStatusNotifier> notifier = new PlaybackStatusNotifier(Reports::callback, &reports, kTts);
-    wws_test::LogCapture log;
 };
 
 }  // namespace
