@@ -71,7 +71,7 @@ bool LogCapture::loggedOnThisThread() const {
 }
 
 bool LogCapture::contains(const std::string& message) const {
-    return indexOf(message) >= 0;
+    return count(message) > 0;
 }
 
 bool LogCapture::contains(int priority, const std::string& tag, const std::string& message) const {
@@ -85,14 +85,6 @@ size_t LogCapture::count(const std::string& message) const {
     size_t n = 0;
     for (const LogLine& line : lines()) n += line.message == message ? 1 : 0;
     return n;
-}
-
-int LogCapture::indexOf(const std::string& message, int from) const {
-    std::vector<LogLine> all = lines();
-    for (size_t i = from < 0 ? 0 : static_cast<size_t>(from); i < all.size(); ++i) {
-        if (all[i].message == message) return static_cast<int>(i);
-    }
-    return -1;
 }
 
 void LogCapture::clear() {

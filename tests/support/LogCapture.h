@@ -38,8 +38,6 @@ class LogCapture {
     bool loggedOnThisThread() const;
     bool contains(int priority, const std::string& tag, const std::string& message) const;
     size_t count(const std::string& message) const;
-    // Index of the first line with this exact message at or after from, or -1.
-    int indexOf(const std::string& message, int from = 0) const;
     void clear();
     // Runs hook on the logging thread after each line is recorded, outside the capture's lock: a
     // test acts at the moment the code under test logs a given line (a point of interleaving).
