@@ -25,7 +25,6 @@ namespace host = android::host;
 
 namespace {
 
-constexpr const char* kReaderTag = "AudioStreamReaderThread";
 constexpr const char* kMonitorTag = "PlaybackMonitor";
 
 struct Block {
@@ -129,7 +128,6 @@ class PlaybackMonitorTest : public testing::Test {
 TEST_F(AudioStreamReaderThreadTest, BlocksArriveWithThePositionBeforeEach) {
     ASSERT_EQ(0, reader->start());
     EXPECT_EQ(android::ALREADY_EXISTS, reader->start());
-    EXPECT_TRUE(log.contains(ANDROID_LOG_ERROR, kReaderTag, "AudioStreamReaderThread has already started"));
     EXPECT_TRUE(wws_test::waitFor([] { return wws_test::threadsNamed("AudioStreamRead") == 1; }));
     published.write(3072);
     ASSERT_TRUE(wws_test::waitFor([&] { return blocks.samples() == 1536; }));
@@ -194,11 +192,6 @@ TEST_F(PlaybackMonitorTest, StopAfterConnectingEndsTheReaderAndIgnoresALaterDeat
     host::flushBinderThread();
     EXPECT_FALSE(monitor->isRunning());
     EXPECT_FALSE(log.contains("onServiceDisconnected"));
-    // And a new start connects again.
-    Published again;
-    publish(again);
-    monitor->startMonitor();
-    EXPECT_TRUE(flows(again));
 }
 
 // A block being handed over when the monitor stops is the last: stopMonitor() waits for it.

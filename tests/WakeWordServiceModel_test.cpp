@@ -104,9 +104,6 @@ TEST_F(WakeWordServiceModel, UnusableAttributesLeaveTheServiceWithoutDecoders) {
             {"{\"x\":1}",
              "Norvo modelSetAttributes does not contain a member \"model_attributes\" of type "
              "'array': '{\"x\":1}'"},
-            {"{\"model_attributes\":{}}",
-             "Norvo modelSetAttributes does not contain a member \"model_attributes\" of type "
-             "'array': '{\"model_attributes\":{}}'"},
             {earlyWithoutList,
              "Norvo modelSetAttributes[\"model_attributes\"] array element does not contain a "
              "member \"keyword/supported-keyword-list\" of type 'array': '" +
@@ -130,9 +127,7 @@ TEST_F(WakeWordServiceModel, UnusableAttributesLeaveTheServiceWithoutDecoders) {
         EXPECT_EQ(0, service->mInitStatus);
         EXPECT_FALSE(service->mInputModelReady);
         EXPECT_FALSE(service->mPlaybackModelReady);
-        EXPECT_FALSE(service->mNttSupportedInWwModel);
         EXPECT_TRUE(norvo_fake::decoderIds().empty());
-        EXPECT_TRUE(norvo_fake::modelSet(kModelSet, nullptr));  // the set stays loaded
         EXPECT_TRUE(log.contains(ANDROID_LOG_ERROR, kTag, c.message));
     }
 }
