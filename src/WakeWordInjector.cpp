@@ -212,6 +212,18 @@ void WakeWordInjector::resetInjectorVariables() {
     mOversleptUs = 0;
 }
 
+namespace {
+// Sleeps on the monotonic clock; returns how long the sleep really took.
+int64_t sleepMicroseconds(int64_t us) {
+    timespec before{};
+    timespec after{};
+    clock_gettime(CLOCK_MONOTONIC, &before);
+    usleep(static_cast<useconds_t>(us));
+    clock_gettime(CLOCK_MONOTONIC, &after);
+    return (after.tv_sec - before.tv_sec) * 1000000LL + (after.tv_nsec - before.tv_nsec) / 1000;
+}
+}  // namespace
+
 void WakeWordInjector::sleepForBlock(uint64_t blockUs) {
     // The timer wakes a little late on every sleep (tens of microseconds, more on virtual
     // machines); over thousands of blocks that adds up to percent of drift. What the last sleep
@@ -222,13 +234,7 @@ void WakeWordInjector::sleepForBlock(uint64_t blockUs) {
         mOversleptUs = -want;
         return;
     }
-    timespec before{};
-    timespec after{};
-    clock_gettime(CLOCK_MONOTONIC, &before);
-    usleep(static_cast<useconds_t>(want));
-    clock_gettime(CLOCK_MONOTONIC, &after);
-    int64_t sleptUs =
-            (after.tv_sec - before.tv_sec) * 1000000LL + (after.tv_nsec - before.tv_nsec) / 1000;
+    int64_t sleptUs = mSleeper ? mSleeper(want) : sleepMicroseconds(want);
     mOversleptUs = sleptUs > want ? sleptUs - want : 0;
 }
 

@@ -21,6 +21,7 @@
 
 #include <atomic>
 #include <cstdint>
+#include <functional>
 #include <vector>
 
 namespace velmar {
@@ -60,6 +61,12 @@ class WakeWordInjector : public android::Thread {
     // Stops and drops the source and the buffer; clears the format fields.
     void resetInjectorVariables();
 
+    // Test hook: how the injector waits between blocks. Called on the injector thread with the
+    // microseconds to wait; returns the microseconds it really waited. Without one the injector
+    // sleeps on the monotonic clock. Set while idle: the next injection's thread uses it.
+    using Sleeper = std::function<int64_t(int64_t us)>;
+    void setSleeperForTest(Sleeper sleeper) { mSleeper = std::move(sleeper); }
+
   private:
     bool threadLoop() override;
     // Sleeps for one block's duration, less what earlier sleeps overran.
@@ -79,6 +86,7 @@ class WakeWordInjector : public android::Thread {
     bool mToPlayback;
     // One block, allocated once: the injection loop itself never allocates.
     std::vector<int16_t> mBlock;
+    Sleeper mSleeper;  // the test hook above; empty in production
     // How much the previous sleep overran its request, in microseconds (injector thread only).
     int64_t mOversleptUs;
     // Set by the caller just before the thread runs, cleared by finishInjection().

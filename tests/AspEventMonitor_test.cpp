@@ -6,7 +6,6 @@
 #include <pthread.h>
 
 #include <atomic>
-#include <chrono>
 #include <condition_variable>
 #include <cstdio>
 #include <cstdlib>
@@ -21,7 +20,6 @@
 #include "Wait.h"
 
 using android::sp;
-using velmar::AspEventHandler;
 using velmar::AspEventMonitor;
 namespace host = android::host;
 
@@ -107,27 +105,6 @@ class AspEventMonitorTest : public testing::Test {
 
 }  // namespace
 
-TEST_F(AspEventMonitorTest, StartReportsZeroOnceAndRegistersOnItsThread) {
-    monitor->start();
-    ASSERT_EQ((std::vector<int64_t>{0}), reports.values());
-    EXPECT_EQ("ASPState", reports.all()[0].name);
-    ASSERT_TRUE(wws_test::waitFor([&] { return service->listenerCount() == 1; }));
-    EXPECT_TRUE(log.contains(ANDROID_LOG_DEBUG, kTag, "AspEventMonitor has been started"));
-    EXPECT_TRUE(log.contains(ANDROID_LOG_DEBUG, kTag, "audiosignalprocessor binder connected"));
-    // Logged just after the service counts the listener.
-    EXPECT_TRUE(wws_test::waitFor(
-            [&] { return log.contains(ANDROID_LOG_DEBUG, kTag, "mAspService.registerListener()"); }));
-    // Registered, the monitor thread ends; the handler thread stays.
-    EXPECT_TRUE(wws_test::waitFor([] { return wws_test::threadsNamed("AspEventMonitor") == 0; }))
-            << wws_test::threadsNamed("AspEventMonitor") << " monitor threads";
-    EXPECT_TRUE(wws_test::waitFor([] { return wws_test::threadsNamed("AspEventHandler") == 1; }));
-    EXPECT_TRUE(staysAt(1));
-
-    monitor->start();  // holding the service: nothing happens, not even a report
-    EXPECT_TRUE(log.contains(ANDROID_LOG_ERROR, kTag, "AspEventMonitor has already got"));
-    EXPECT_EQ(1u, reports.count());
-}
-
 TEST_F(AspEventMonitorTest, ActiveSignalHoldsOneForFourSecondsAfterTheLastOne) {
     startRegistered();
     send(2, kActive);
@@ -166,11 +143,6 @@ TEST_F(AspEventMonitorTest, OnlyEventTwoWithAFourByteZeroCounts) {
     host::flushBinderThread();
     EXPECT_EQ((std::vector<int64_t>{0}), reports.values());
     EXPECT_TRUE(log.contains(ANDROID_LOG_ERROR, kTag, "Error onEvent() arg should not be NULL"));
-    size_t seen = 0;
-    for (const std::string& line : log.messages(ANDROID_LOG_DEBUG, kTag)) {
-        seen += line.rfind("AspEventHandler onEvent (2, ", 0) == 0 ? 1 : 0;
-    }
-    EXPECT_EQ(4u, seen);  // every event 2 is logged, whatever its payload
 }
 
 TEST_F(AspEventMonitorTest, StopReportsZeroOnlyWithAOneOutstanding) {
@@ -179,8 +151,6 @@ TEST_F(AspEventMonitorTest, StopReportsZeroOnlyWithAOneOutstanding) {
     monitor->stop();
     EXPECT_EQ((std::vector<int64_t>{0, 1, 0}), reports.values());
     EXPECT_EQ(0u, service->listenerCount());
-    EXPECT_TRUE(log.contains(ANDROID_LOG_DEBUG, kTag, "mAspService.unregisterListener()"));
-    EXPECT_TRUE(log.contains(ANDROID_LOG_DEBUG, kTag, "AspEventMonitor has been stopped"));
     EXPECT_TRUE(wws_test::waitFor([] { return wws_test::threadsNamed("AspEventHandler") == 0; }));
     monitor->stop();
     EXPECT_EQ(3u, reports.count());
@@ -191,43 +161,17 @@ TEST_F(AspEventMonitorTest, StopReportsZeroOnlyWithAOneOutstanding) {
                              "ignore event from ASP, because AspEventHandler is not running"));
 }
 
-TEST_F(AspEventMonitorTest, AfterTheServiceDiesTheListenerIsRegisteredWithTheNewOne) {
-    startRegistered();
-    ASSERT_TRUE(host::killService(asp::host::kServiceName));
-    sp<asp::host::AudioSignalProcessorService> revived = asp::host::publishService();
-    ASSERT_TRUE(wws_test::waitFor([&] { return revived->listenerCount() == 1; }));
-    // The restart reports 0 once, from the binder thread that told of the death.
-    EXPECT_EQ((std::vector<int64_t>{0, 0}), reports.values());
-    EXPECT_TRUE(log.contains(ANDROID_LOG_DEBUG, kTag, "audiosignalprocessor binder died"));
-    EXPECT_TRUE(log.contains(ANDROID_LOG_DEBUG, kTag, "audiosignalprocessor binder re-connected"));
-    EXPECT_TRUE(log.contains(ANDROID_LOG_ERROR, kTag, "AspEventHandler has already started"));
-    EXPECT_TRUE(log.contains(ANDROID_LOG_ERROR, kTag, "Error starting thread"));
-    service = revived;
-    send(2, kActive);
-    EXPECT_EQ(1, reports.values().back());
-}
-
-TEST_F(AspEventMonitorTest, HundredDeathsNeverLoseTheListenerOrLeakAThread) {
-    startRegistered();
-    for (int cycle = 0; cycle < 100; ++cycle) {
-        ASSERT_TRUE(host::killService(asp::host::kServiceName));
-        service = asp::host::publishService();
-        ASSERT_TRUE(wws_test::waitFor([&] { return service->listenerCount() == 1; })) << cycle;
-    }
-    EXPECT_EQ(101u, reports.count());
-    EXPECT_TRUE(wws_test::waitFor([] { return wws_test::threadsNamed("AspEventMonitor") == 0; }))
-            << wws_test::threadsNamed("AspEventMonitor") << " monitor threads";
-    EXPECT_TRUE(wws_test::waitFor([] { return wws_test::threadsNamed("AspEventHandler") == 1; }));
-    send(2, kActive);
-    EXPECT_EQ(1, reports.values().back());
-}
-
 TEST_F(AspEventMonitorTest, SearchesUntilTheServiceAppearsAndStopsPromptly) {
     host::resetServices();
     host::setServiceLookupWaitMs(20);
     monitor->start();
+    // Absent, the service is looked up again after a pause of half a second: a monitor that
+    // looked it up in a tight loop would make some twenty lookups of 20 ms in the next 400 ms.
     const std::string absent = "cannot get service <audiosignalprocessor> from defaultServiceManager";
-    ASSERT_TRUE(wws_test::waitFor([&] { return log.count(absent) >= 2; }));
+    ASSERT_TRUE(wws_test::waitFor([&] { return log.count(absent) >= 1; }));
+    const size_t misses = log.count(absent);
+    EXPECT_FALSE(wws_test::waitFor([&] { return log.count(absent) > misses + 2; },
+                                   std::chrono::milliseconds(400)));
     service = asp::host::publishService();
     ASSERT_TRUE(wws_test::waitFor([&] { return service->listenerCount() == 1; }));
     const size_t errors = log.count(absent);
@@ -288,23 +232,4 @@ TEST_F(AspEventMonitorTest, ADeathAfterARestartDoesNotWaitForTheNewThread) {
     gated->setOpen(true);
     service = asp::host::publishService();
     EXPECT_TRUE(wws_test::waitFor([&] { return service->listenerCount() == 1; }));
-}
-
-// The one test on the real clock, that the handler's default clock is the wall clock: the 0 does
-// not come before four seconds. How much later it comes is the scheduler's on a busy machine; the
-// hold's exact length is tested above on the injected clock.
-TEST(AspEventHandlerRealClock, ZeroFollowsFourSecondsLater) {
-    Reports reports;
-    sp<AspEventHandler> handler = new AspEventHandler(Reports::callback, &reports);
-    handler->start();
-    ASSERT_TRUE(wws_test::waitFor([&] { return handler->isRunning(); }));
-    const uint8_t active[4] = {0, 0, 0, 0};
-    handler->onEvent(2, 4, active);
-    auto since = std::chrono::steady_clock::now();
-    ASSERT_TRUE(wws_test::waitFor([&] { return reports.count() == 3; }, std::chrono::seconds(30)));
-    auto took = std::chrono::steady_clock::now() - since;
-    EXPECT_GE(took, std::chrono::milliseconds(4000));
-    EXPECT_LT(took, std::chrono::seconds(30));
-    EXPECT_EQ((std::vector<int64_t>{0, 1, 0}), reports.values());
-    handler->stop();
 }

@@ -1,24 +1,10 @@
-// End to end on the native side: a WAV file injected into the service, and live microphone audio
-// from the host audio system, reach the input decoder sample for sample with running indices, and
-// the mirror stream holds the same bytes.
-#include <gtest/gtest.h>
-#include <media/HostAudio.h>
-#include <norvo_fake/FakeNorvo.h>
-
-#include "AudioFeed.h"
-#include "LogCapture.h"
-#include "ServiceFactory.h"
-#include "Wait.h"
+// End to end on the native side: a WAV file injected into the service in real time, and live
+// microphone audio from the host audio system, reach the input decoder sample for sample with
+// running indices, and the mirror stream holds the same bytes.
+#include "ServiceTest.h"
 #include "WavFile.h"
 
-using android::sp;
-using velmar::WakeWordService;
-using wws_test::ServiceConfig;
-namespace host = android::host;
-
 namespace {
-
-constexpr const char* kInput = "WakeWordService_input_decoder";
 
 // Every push's first_sample_index equals the samples pushed before it.
 void expectContinuousIndices(const std::vector<std::string>& metadata) {
@@ -45,9 +31,13 @@ TEST(InputPathEndToEnd, InjectedFileReachesTheDecoderAndTheMirror) {
     std::vector<int16_t> file = wws_test::rampSamples(16050, -8000);
     std::string path = wws_test::writeWav("utterance.wav", file, 16000);
 
+    const auto started = std::chrono::steady_clock::now();
     ASSERT_EQ(0, service->injectWaveFile(path.c_str(), false));
     ASSERT_TRUE(wws_test::waitFor([&] { return !service->mInjector->isInjecting(); },
                                   std::chrono::seconds(20)));
+    // Real time: the 125 whole blocks of this 1.003 s file take at least their second. A busy
+    // machine only makes it longer.
+    EXPECT_GE(std::chrono::steady_clock::now() - started, std::chrono::milliseconds(990));
 
     EXPECT_EQ(file, norvo_fake::pushedSamples(kInput));
     EXPECT_EQ(file, wws_test::drain(mirror));
@@ -98,10 +88,4 @@ TEST(InputPathEndToEnd, FrameCountFailureAbortsInitialisation) {
     EXPECT_EQ(nullptr, service->mAudioInput);
     EXPECT_TRUE(norvo_fake::callsOf("NorvoModelSet_New").empty());
     host::reset();
-
-    ServiceConfig negative;
-    negative.audioRecordFrameCount = -2;
-    sp<WakeWordService> refused = wws_test::createService(negative);
-    EXPECT_EQ(android::BAD_VALUE, refused->mInitStatus);
-    EXPECT_TRUE(log.contains(ANDROID_LOG_ERROR, "WakeWordService", "Invalid AudioRecord frame count -2"));
 }

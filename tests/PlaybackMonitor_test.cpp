@@ -4,7 +4,6 @@
 #include <binder/HostBinder.h>
 #include <binder/IServiceManager.h>
 #include <gtest/gtest.h>
-#include <norvo_fake/FakeNorvo.h>
 
 #include <atomic>
 #include <condition_variable>
@@ -15,7 +14,6 @@
 #include "AudioStreamReaderThread.h"
 #include "LogCapture.h"
 #include "PlaybackMonitor.h"
-#include "ServiceFactory.h"
 #include "Threads.h"
 #include "Wait.h"
 
@@ -27,7 +25,6 @@ namespace host = android::host;
 
 namespace {
 
-constexpr const char* kReaderTag = "AudioStreamReaderThread";
 constexpr const char* kMonitorTag = "PlaybackMonitor";
 
 struct Block {
@@ -131,7 +128,6 @@ class PlaybackMonitorTest : public testing::Test {
 TEST_F(AudioStreamReaderThreadTest, BlocksArriveWithThePositionBeforeEach) {
     ASSERT_EQ(0, reader->start());
     EXPECT_EQ(android::ALREADY_EXISTS, reader->start());
-    EXPECT_TRUE(log.contains(ANDROID_LOG_ERROR, kReaderTag, "AudioStreamReaderThread has already started"));
     EXPECT_TRUE(wws_test::waitFor([] { return wws_test::threadsNamed("AudioStreamRead") == 1; }));
     published.write(3072);
     ASSERT_TRUE(wws_test::waitFor([&] { return blocks.samples() == 1536; }));
@@ -148,92 +144,28 @@ TEST_F(AudioStreamReaderThreadTest, BlocksArriveWithThePositionBeforeEach) {
     EXPECT_EQ(3072u, blocks.all().back().position);
 }
 
-TEST_F(AudioStreamReaderThreadTest, StopReleasesTheWaitingReadAndTheThreadEnds) {
-    EXPECT_EQ(0, reader->stop());  // not running: nothing to do
-    ASSERT_EQ(0, reader->start());
-    ASSERT_TRUE(wws_test::waitFor([] { return wws_test::threadsNamed("AudioStreamRead") == 1; }));
-    EXPECT_EQ(0, reader->stop());
-    reader->join();
-    EXPECT_TRUE(wws_test::waitFor([] { return wws_test::threadsNamed("AudioStreamRead") == 0; }));
-    // Restartable: the reader opens again.
-    ASSERT_EQ(0, reader->start());
-    published.write(64);
-    EXPECT_TRUE(wws_test::waitFor([&] { return blocks.samples() == 32; }));
-}
-
-TEST_F(AudioStreamReaderThreadTest, ALappedReaderStartsOverASecondLaterAtTheEnd) {
-    ASSERT_EQ(0, reader->start());
-    published.write(512);
-    ASSERT_TRUE(wws_test::waitFor([&] { return blocks.count() == 1; }));
-    // More than the ring holds arrives at once: the reader's position is gone.
-    published.write(2 * published.stream->capacity());
-    auto lapped = std::chrono::steady_clock::now();
-    // Written after the reader reopened: the blocks start at the end, a second later.
-    ASSERT_TRUE(wws_test::waitFor([&] {
-        published.write(512);
-        return blocks.count() >= 2;
-    }, std::chrono::seconds(5)));
-    EXPECT_GE(std::chrono::steady_clock::now() - lapped, std::chrono::milliseconds(900));
-    EXPECT_GT(blocks.all()[1].position, 512u + published.stream->capacity());
-}
-
-TEST_F(AudioStreamReaderThreadTest, AFailedPositionQueryEndsTheThread) {
-    ASSERT_EQ(0, reader->start());
-    published.stream->invalidate();
-    ASSERT_TRUE(wws_test::waitFor([&] { return !reader->isRunning(); }, std::chrono::seconds(5)));
-    EXPECT_TRUE(log.contains(ANDROID_LOG_ERROR, kReaderTag, "Error: get position from AudioStream reader (-32)."));
-}
-
-TEST_F(AudioStreamReaderThreadTest, OpeningFailuresAreReported) {
-    sp<AudioStreamReaderThread> orphan = new AudioStreamReaderThread(nullptr, Blocks::callback, &blocks);
-    EXPECT_EQ(android::INVALID_OPERATION, orphan->start());
-    EXPECT_TRUE(log.contains(ANDROID_LOG_ERROR, kReaderTag, "Cannot openReader from null audioStreamService"));
-    EXPECT_TRUE(log.contains(ANDROID_LOG_ERROR, kReaderTag, "Error open reader from audioStream."));
-    sp<velmar::host::AudioStreamService> empty = new velmar::host::AudioStreamService();
-    sp<AudioStreamReaderThread> streamless = new AudioStreamReaderThread(empty, Blocks::callback, &blocks);
-    EXPECT_EQ(android::BAD_VALUE, streamless->start());
-    EXPECT_TRUE(log.contains(ANDROID_LOG_ERROR, kReaderTag, "audioStream instance is null"));
-
-    // A stream whose format has no known sample size gives blocks of no samples.
-    Published mp3(AUDIO_FORMAT_MP3);
-    sp<AudioStreamReaderThread> unsized = new AudioStreamReaderThread(mp3.service, Blocks::callback, &blocks);
-    ASSERT_EQ(0, unsized->start());
-    mp3.write(100);
-    ASSERT_TRUE(wws_test::waitFor([&] { return blocks.count() == 1; }));
-    EXPECT_TRUE(blocks.all()[0].samples.empty());
-    unsized->stop();
-    unsized->join();
-}
-
 TEST_F(PlaybackMonitorTest, SearchesConnectsAndSurvivesTheServicesDeath) {
     host::setServiceLookupWaitMs(20);
     monitor->startMonitor();
     monitor->startMonitor();
     EXPECT_TRUE(log.contains(ANDROID_LOG_ERROR, kMonitorTag, "PlaybackMonitor has already started"));
+    // Absent, the service is looked up again after a pause of a second: a monitor that looked
+    // it up in a tight loop would make some twenty lookups of 20 ms in the next 400 ms.
     const std::string absent = "cannot get service <playbackstream> from defaultServiceManager";
-    ASSERT_TRUE(wws_test::waitFor([&] { return log.count(absent) >= 2; }));
+    ASSERT_TRUE(wws_test::waitFor([&] { return log.count(absent) >= 1; }));
+    const size_t misses = log.count(absent);
+    EXPECT_FALSE(wws_test::waitFor([&] { return log.count(absent) > misses + 2; },
+                                   std::chrono::milliseconds(400)));
 
     Published first;
     publish(first);
     ASSERT_TRUE(flows(first));
-    EXPECT_TRUE(log.contains(ANDROID_LOG_DEBUG, kMonitorTag, "playbackStreamService binder connected"));
     // Connected: the monitor thread has ended, the reader runs.
     EXPECT_TRUE(wws_test::waitFor([] { return wws_test::threadsNamed("PlaybackMonitor") == 0; }));
     monitor->startMonitor();
     EXPECT_TRUE(log.contains(ANDROID_LOG_ERROR, kMonitorTag, "PlaybackMonitor has already got"));
 
-    const int mark = static_cast<int>(log.lines().size());
     ASSERT_TRUE(host::killService("playbackstream"));
-    EXPECT_TRUE(wws_test::waitFor(
-            [&] { return log.indexOf("PlaybackMonitor has been started", mark) >= 0; }));
-    EXPECT_TRUE(log.contains(ANDROID_LOG_DEBUG, kMonitorTag, "playbackStreamService binder died"));
-    // The death restarts the monitor the way its owner starts it.
-    int at = mark;
-    for (const char* step : {"playbackStreamService binder died", "onServiceDisconnected",
-                             "startMonitor()", "PlaybackMonitor has been started"}) {
-        at = log.indexOf(step, at);
-        EXPECT_GE(at, mark) << step;
-    }
     // The old stream no longer reaches the callback; the monitor searches again.
     EXPECT_TRUE(wws_test::waitFor([] { return wws_test::threadsNamed("AudioStreamRead") == 0; }));
     const size_t before = blocks.samples();
@@ -243,32 +175,6 @@ TEST_F(PlaybackMonitorTest, SearchesConnectsAndSurvivesTheServicesDeath) {
     Published second;
     publish(second);
     EXPECT_TRUE(flows(second));
-}
-
-// A monitor that was only asked for the service, never started, still searches after its death:
-// only a stop ends the searching.
-TEST_F(PlaybackMonitorTest, ADeathSeenByAMonitorNeverStartedStartsASearch) {
-    Published first;
-    publish(first);
-    ASSERT_NE(nullptr, monitor->getService());
-    ASSERT_TRUE(host::killService("playbackstream"));
-    Published second;
-    publish(second);
-    EXPECT_TRUE(flows(second));
-}
-
-// The monitor thread run again while connected (Thread::run is public) starts no second reader.
-TEST_F(PlaybackMonitorTest, AThreadRunWhileConnectedKeepsTheOneReader) {
-    Published published;
-    publish(published);
-    monitor->startMonitor();
-    ASSERT_TRUE(flows(published));
-    ASSERT_TRUE(wws_test::waitFor([] { return wws_test::threadsNamed("PlaybackMonitor") == 0; }));
-    ASSERT_EQ(android::NO_ERROR, monitor->run("PlaybackMonitor"));
-    ASSERT_TRUE(wws_test::waitFor([&] { return !monitor->isRunning(); }));
-    EXPECT_FALSE(wws_test::waitFor([] { return wws_test::threadsNamed("AudioStreamRead") > 1; },
-                                   std::chrono::milliseconds(300)));
-    EXPECT_TRUE(flows(published));
 }
 
 TEST_F(PlaybackMonitorTest, StopAfterConnectingEndsTheReaderAndIgnoresALaterDeath) {
@@ -286,11 +192,6 @@ TEST_F(PlaybackMonitorTest, StopAfterConnectingEndsTheReaderAndIgnoresALaterDeat
     host::flushBinderThread();
     EXPECT_FALSE(monitor->isRunning());
     EXPECT_FALSE(log.contains("onServiceDisconnected"));
-    // And a new start connects again.
-    Published again;
-    publish(again);
-    monitor->startMonitor();
-    EXPECT_TRUE(flows(again));
 }
 
 // A block being handed over when the monitor stops is the last: stopMonitor() waits for it.
@@ -330,45 +231,4 @@ TEST_F(PlaybackMonitorTest, StopWaitsForABlockInTheCallback) {
     }
     stopper.join();
     EXPECT_TRUE(stopped);
-}
-
-TEST_F(PlaybackMonitorTest, HundredDeathsNeverLoseTheStreamOrLeakAThread) {
-    Published published;
-    publish(published);
-    monitor->startMonitor();
-    ASSERT_TRUE(flows(published));
-    for (int cycle = 0; cycle < 100; ++cycle) {
-        ASSERT_TRUE(host::killService("playbackstream"));
-        Published next;
-        publish(next);
-        ASSERT_TRUE(flows(next)) << cycle;
-    }
-    EXPECT_TRUE(wws_test::waitFor([] {
-        return wws_test::threadsNamed("PlaybackMonitor") == 0 &&
-               wws_test::threadsNamed("AudioStreamRead") == 1;
-    }));
-}
-
-// A host program can feed the service's playback path from the monitor.
-TEST_F(PlaybackMonitorTest, FeedsTheServicesPlaybackPath) {
-    norvo_fake::reset();
-    wws_test::ServiceConfig config;
-    config.playbackViaAudioRecord = true;
-    sp<velmar::WakeWordService> service = wws_test::createService(config);
-    ASSERT_EQ(0, service->mInitStatus);
-    sp<PlaybackMonitor> wired =
-            new PlaybackMonitor(velmar::WakeWordService::playbackAudioCallbackFn, service.get());
-    Published published;
-    publish(published);
-    wired->startMonitor();
-    std::vector<int16_t> samples = {1, -2, 3, -4, 5, -6};
-    ASSERT_TRUE(wws_test::waitFor([&] {
-        published.writer->write(samples.data(), samples.size() * 2);
-        return service->mPlaybackFrameCount >= 6;
-    }));
-    wired->stopMonitor();  // no block reaches the service after this
-    std::vector<int16_t> pushed = norvo_fake::pushedSamples("WakeWordService_playback_decoder");
-    ASSERT_GE(pushed.size(), 6u);
-    EXPECT_EQ(samples, std::vector<int16_t>(pushed.end() - 6, pushed.end()));
-    EXPECT_EQ(pushed.size(), service->mPlaybackFrameCount);
 }

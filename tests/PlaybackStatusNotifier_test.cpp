@@ -1,20 +1,15 @@
-// PlaybackStatusNotifier: each change of the music, alarm and text-to-speech states is reported
-// once, on the thread the contract names, one callback at a time; start and stop behave.
+// PlaybackStatusNotifier: each change of the music and alarm states is reported once (the
+// text-to-speech state only on its owner's word), one callback at a time.
 #include <gtest/gtest.h>
 #include <media/HostAudio.h>
-#include <sys/syscall.h>
-#include <unistd.h>
 
-#include <atomic>
-#include <chrono>
 #include <condition_variable>
+#include <functional>
 #include <mutex>
 #include <thread>
 #include <vector>
 
-#include "LogCapture.h"
 #include "PlaybackStatusNotifier.h"
-#include "Threads.h"
 #include "Wait.h"
 
 using android::sp;
@@ -23,28 +18,23 @@ namespace host = android::host;
 
 namespace {
 
-constexpr const char* kTag = "PlaybackStatusNotifier";
 constexpr int kTts = AUDIO_STREAM_TTS;
 
 struct Report {
     bool active;
     int streamType;
-    int thread;
 };
-
-int thisThread() { return static_cast<int>(syscall(SYS_gettid)); }
 
 class Reports {
   public:
+    // Records the report, then runs the hook (outside this object's lock) with its stream type.
     static void callback(void* user, bool active, int streamType) {
-        static_cast<Reports*>(user)->add(active, streamType);
-    }
-    void add(bool active, int streamType) {
+        auto* self = static_cast<Reports*>(user);
         std::function<void(int)> hook;
         {
-            std::lock_guard<std::mutex> guard(mLock);
-            mReports.push_back(Report{active, streamType, thisThread()});
-            hook = mHook;
+            std::lock_guard<std::mutex> guard(self->mLock);
+            self->mReports.push_back(Report{active, streamType});
+            hook = self->mHook;
         }
         if (hook) hook(streamType);
     }
@@ -53,7 +43,6 @@ class Reports {
         return mReports;
     }
     size_t count() { return all().size(); }
-    // Called (outside this object's lock) after each report is recorded.
     void setHook(std::function<void(int)> hook) {
         std::lock_guard<std::mutex> guard(mLock);
         mHook = std::move(hook);
@@ -61,8 +50,8 @@ class Reports {
 
   private:
     std::mutex mLock;
-    std::vector<Report> mReports;
-    std::function<void(int)> mHook;
+    std::vector<Report> mReports;     // guarded by mLock
+    std::function<void(int)> mHook;  // guarded by mLock
 };
 
 class PlaybackStatusNotifierTest : public testing::Test {
@@ -74,38 +63,9 @@ class PlaybackStatusNotifierTest : public testing::Test {
     }
     Reports reports;
     sp<PlaybackStatusNotifier> notifier = new PlaybackStatusNotifier(Reports::callback, &reports, kTts);
-    wws_test::LogCapture log;
 };
 
 }  // namespace
-
-TEST_F(PlaybackStatusNotifierTest, StartReportsEachIdleStreamOnceOnItsThread) {
-    notifier->startMonitor();
-    // The text-to-speech sample is taken by startMonitor() itself, on the caller's thread.
-    std::vector<Report> first = reports.all();
-    ASSERT_GE(first.size(), 1u);
-    EXPECT_EQ(kTts, first[0].streamType);
-    EXPECT_FALSE(first[0].active);
-    EXPECT_EQ(thisThread(), first[0].thread);
-
-    ASSERT_TRUE(wws_test::waitFor([&] { return reports.count() == 3; }));
-    std::vector<Report> all = reports.all();
-    EXPECT_EQ(AUDIO_STREAM_MUSIC, all[1].streamType);
-    EXPECT_EQ(AUDIO_STREAM_ALARM, all[2].streamType);
-    EXPECT_FALSE(all[1].active || all[2].active);
-    EXPECT_NE(thisThread(), all[1].thread);
-    EXPECT_EQ(all[1].thread, all[2].thread);
-    // The kernel keeps 15 characters of "PlaybackStatusNotifer".
-    EXPECT_TRUE(wws_test::waitFor([] { return wws_test::threadsNamed("PlaybackStatusN") == 1; }));
-    // Nothing changes, so nothing more is reported, however many polls pass.
-    EXPECT_FALSE(wws_test::waitFor([&] { return reports.count() > 3; },
-                                   std::chrono::milliseconds(350)));
-    EXPECT_TRUE(log.contains(ANDROID_LOG_INFO, kTag, "State change stream[3] state[0]"));
-
-    notifier->startMonitor();  // running already
-    EXPECT_TRUE(log.contains(ANDROID_LOG_ERROR, kTag, "PlaybackStatusNotifer has already started"));
-    EXPECT_TRUE(wws_test::waitFor([] { return wws_test::threadsNamed("PlaybackStatusN") == 1; }));
-}
 
 TEST_F(PlaybackStatusNotifierTest, StreamChangesAreReportedOnceEach) {
     notifier->startMonitor();
@@ -124,30 +84,6 @@ TEST_F(PlaybackStatusNotifierTest, StreamChangesAreReportedOnceEach) {
     host::setStreamActive(static_cast<audio_stream_type_t>(kTts), true);
     EXPECT_FALSE(wws_test::waitFor([&] { return reports.count() > 6; },
                                    std::chrono::milliseconds(350)));
-}
-
-TEST_F(PlaybackStatusNotifierTest, TtsStateIsReportedOnChangeOnTheCallersThread) {
-    // Before any sample the entry counts as reported playing: "not playing" is news.
-    notifier->notifyTtsState(false);
-    ASSERT_EQ(1u, reports.count());
-    notifier->notifyTtsState(true);
-    notifier->notifyTtsState(true);
-    std::vector<Report> all = reports.all();
-    ASSERT_EQ(2u, all.size());
-    EXPECT_TRUE(all[1].active);
-    EXPECT_EQ(kTts, all[1].streamType);
-    EXPECT_EQ(thisThread(), all[1].thread);
-    EXPECT_TRUE(log.contains(ANDROID_LOG_INFO, kTag, "notifyTtsState: State change stream[9] state[1]"));
-    EXPECT_EQ(1u, log.count("notifyTtsState: redundant state update: 1 Ignoring.."));
-    EXPECT_TRUE(log.contains(ANDROID_LOG_DEBUG, kTag, "notifyTtsState: 1"));
-
-    // Playing when monitoring starts agrees with the last report: only music and alarm are news.
-    host::setStreamActive(static_cast<audio_stream_type_t>(kTts), true);
-    notifier->startMonitor();
-    ASSERT_TRUE(wws_test::waitFor([&] { return reports.count() == 4; }));
-    all = reports.all();
-    EXPECT_EQ(AUDIO_STREAM_MUSIC, all[2].streamType);
-    EXPECT_EQ(AUDIO_STREAM_ALARM, all[3].streamType);
 }
 
 // Callbacks run one at a time: a text-to-speech report waits while a polled report's callback
@@ -180,30 +116,4 @@ TEST_F(PlaybackStatusNotifierTest, CallbacksNeverOverlap) {
     tts.join();
     reports.setHook(nullptr);
     EXPECT_TRUE(wws_test::waitFor([&] { return reports.count() >= 3; }));
-}
-
-TEST_F(PlaybackStatusNotifierTest, StopCutsThePollingPauseShortAndRestartKeepsReportedStates) {
-    // Twenty stops, each made in the pause after a polling pass (the pass reported the music's
-    // new state): a stop that waited the pause out would take two seconds for them, a prompt one
-    // a few thread starts.
-    auto before = std::chrono::steady_clock::now();
-    for (size_t i = 0; i < 20; ++i) {
-        host::setStreamActive(AUDIO_STREAM_MUSIC, i % 2 == 1);
-        notifier->startMonitor();
-        ASSERT_TRUE(wws_test::waitFor([&] { return reports.count() == 3 + i; }));
-        notifier->stopMonitor();
-    }
-    EXPECT_LT(std::chrono::steady_clock::now() - before, std::chrono::milliseconds(1000));
-    EXPECT_FALSE(notifier->isRunning());
-    EXPECT_TRUE(log.contains(ANDROID_LOG_INFO, kTag, "Playback monitor returning"));
-    host::setStreamActive(AUDIO_STREAM_MUSIC, false);  // reported playing when last polled
-    EXPECT_FALSE(wws_test::waitFor([&] { return reports.count() > 22; },
-                                   std::chrono::milliseconds(250)));
-
-    notifier->startMonitor();  // the other states were reported already; music is news
-    ASSERT_TRUE(wws_test::waitFor([&] { return reports.count() == 23; }));
-    EXPECT_FALSE(reports.all()[22].active);
-    EXPECT_EQ(AUDIO_STREAM_MUSIC, reports.all()[22].streamType);
-    EXPECT_FALSE(wws_test::waitFor([&] { return reports.count() > 23; },
-                                   std::chrono::milliseconds(250)));
 }

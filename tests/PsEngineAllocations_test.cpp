@@ -5,67 +5,13 @@
 #include <norvo/NorvoApi.h>
 #include <norvo_ps/NorvoPs.h>
 
-#include <atomic>
 #include <cstdio>
-#include <cstdlib>
-#include <new>
 #include <vector>
 
-namespace {
-thread_local bool tCounting = false;
-std::atomic<long> gAllocations{0};
-void noteAllocation() {
-    if (tCounting) ++gAllocations;
-}
-}  // namespace
+#include "RealTimeCounters.h"
 
-void* operator new(size_t size) {
-    noteAllocation();
-    void* p = malloc(size == 0 ? 1 : size);
-    if (p == nullptr) throw std::bad_alloc();
-    return p;
-}
-void* operator new[](size_t size) {
-    return operator new(size);
-}
-void* operator new(size_t size, const std::nothrow_t&) noexcept {
-    noteAllocation();
-    return malloc(size == 0 ? 1 : size);
-}
-void* operator new[](size_t size, const std::nothrow_t& tag) noexcept {
-    return operator new(size, tag);
-}
-void operator delete(void* p) noexcept {
-    free(p);
-}
-void operator delete[](void* p) noexcept {
-    free(p);
-}
-void operator delete(void* p, size_t) noexcept {
-    free(p);
-}
-void operator delete[](void* p, size_t) noexcept {
-    free(p);
-}
-
-#if !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__)
-// Plain malloc too (PocketSphinx and C code allocate with it), where no sanitizer owns it.
-extern "C" void* __libc_malloc(size_t);
-extern "C" void* __libc_calloc(size_t, size_t);
-extern "C" void* __libc_realloc(void*, size_t);
-extern "C" void* malloc(size_t size) {
-    noteAllocation();
-    return __libc_malloc(size);
-}
-extern "C" void* calloc(size_t n, size_t size) {
-    noteAllocation();
-    return __libc_calloc(n, size);
-}
-extern "C" void* realloc(void* p, size_t size) {
-    noteAllocation();
-    return __libc_realloc(p, size);
-}
-#endif
+using wws_test::gAllocations;
+using wws_test::tCounting;
 
 namespace {
 

@@ -1,30 +1,15 @@
 // The input audio path: what each decoder and each mirror stream receives for mono, one-mic and
 // three-channel input, the frame bound, the drop rules, test mode, the fan-out order and the fatal
 // engine status.
-#include <gtest/gtest.h>
-#include <norvo_fake/FakeNorvo.h>
-
 #include <cstdlib>
 #include <numeric>
 #include <thread>
 
-#include "AudioFeed.h"
-#include "LogCapture.h"
-#include "ServiceFactory.h"
+#include "ServiceTest.h"
 #include "TestMediaSources.h"
-#include "Wait.h"
 #include "WavFile.h"
 
-using android::sp;
-using velmar::WakeWordService;
-using wws_test::LogCapture;
-using wws_test::sampleEvent;
-using wws_test::ServiceConfig;
-
 namespace {
-
-constexpr const char* kTag = "WakeWordService";
-constexpr const char* kInput = "WakeWordService_input_decoder";
 
 std::vector<int16_t> interleaved(size_t frames, uint32_t channels, int16_t first = 1) {
     // Channel c of frame f holds first + f * 10 + c: every sample tells where it came from.
@@ -43,118 +28,85 @@ std::vector<int16_t> channel(const std::vector<int16_t>& samples, uint32_t chann
     return one;
 }
 
-class WakeWordServiceInput : public testing::Test {
-  protected:
-    void SetUp() override { norvo_fake::reset(); }
-    void TearDown() override { velmar::gTestMode = false; }
-    sp<WakeWordService> start() {
-        sp<WakeWordService> service = wws_test::createService(config);
-        EXPECT_EQ(0, service->mInitStatus);
-        EXPECT_TRUE(service->mInputModelReady);
-        return service;
-    }
-    LogCapture log;
-    ServiceConfig config;
-};
+using WakeWordServiceInput = wws_test::ServiceTest;
 
 }  // namespace
 
-TEST_F(WakeWordServiceInput, MonoBuffersAreMirroredPushedAndCounted) {
-    sp<WakeWordService> service = start();
-    auto mirror = wws_test::readerAtEnd(config.audioStream);
-    std::vector<int16_t> first = interleaved(320, 1);
-    std::vector<int16_t> second = interleaved(320, 1, 5000);
-    wws_test::deliverInput(*service, first, 320);
-    wws_test::deliverInput(*service, second, 320);
+// What each layout hands the main stream, the one-mic stream and the input decoder: mono as it
+// is; one-mic input split, channel 0 to the stream and decoder and channel 1 to its own stream;
+// three channels whole (a one-mic stream is then ignored). Counters and sample events count
+// frames, and the event carries every channel's samples.
+TEST_F(WakeWordServiceInput, EachLayoutReachesItsStreamsAndTheDecoder) {
+    struct Case {
+        bool oneMic;
+        bool threeChannels;
+        uint32_t channels;
+    } cases[] = {{false, false, 1}, {true, false, 2}, {true, true, 3}};
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.channels);
+        norvo_fake::reset();
+        ServiceConfig each;
+        each.oneMicEnabled = c.oneMic;
+        each.oneMicAudioStream = wws_test::makeStream();
+        each.threeChannelInput = c.threeChannels;
+        sp<WakeWordService> service = wws_test::createService(each);
+        auto main = wws_test::readerAtEnd(each.audioStream);
+        auto oneMic = wws_test::readerAtEnd(each.oneMicAudioStream);
+        std::vector<int16_t> frames = interleaved(160, c.channels);
+        wws_test::deliverInput(*service, frames, 160);
+        wws_test::deliverInput(*service, frames, 160);
 
-    EXPECT_EQ(640u, service->mInputFrameCount);
-    EXPECT_EQ((std::vector<std::string>{sampleEvent(320, 0), sampleEvent(320, 320)}),
-              norvo_fake::pushedMetadata(kInput));
-    std::vector<int16_t> both = first;
-    both.insert(both.end(), second.begin(), second.end());
-    EXPECT_EQ(both, norvo_fake::pushedSamples(kInput));
-    EXPECT_EQ(both, wws_test::drain(mirror));
-    auto pushes = norvo_fake::callsOf("NorvoDecoder_PushAudioEvent");
-    ASSERT_EQ(2u, pushes.size());
-    EXPECT_EQ("samples", pushes[0].args[1]);
-    EXPECT_TRUE(log.messages(ANDROID_LOG_ERROR, kTag).empty());
+        std::vector<int16_t> heard = c.channels == 2 ? channel(frames, 2, 0) : frames;
+        std::vector<int16_t> twice = heard;
+        twice.insert(twice.end(), heard.begin(), heard.end());
+        EXPECT_EQ(twice, wws_test::drain(main));
+        EXPECT_EQ(twice, norvo_fake::pushedSamples(kInput));
+        std::vector<int16_t> split = channel(frames, 2, 1);
+        std::vector<int16_t> splitTwice = split;
+        splitTwice.insert(splitTwice.end(), split.begin(), split.end());
+        EXPECT_EQ(c.channels == 2 ? splitTwice : std::vector<int16_t>(), wws_test::drain(oneMic));
+        const unsigned samples = static_cast<unsigned>(heard.size());
+        EXPECT_EQ((std::vector<std::string>{sampleEvent(samples, 0), sampleEvent(samples, 160)}),
+                  norvo_fake::pushedMetadata(kInput));
+        EXPECT_EQ(320u, service->mInputFrameCount);
+    }
 }
 
-TEST_F(WakeWordServiceInput, OneMicSplitsChannelOneToItsOwnStream) {
-    config.oneMicEnabled = true;
-    config.oneMicAudioStream = wws_test::makeStream();
-    sp<WakeWordService> service = start();
-    ASSERT_EQ(2u, velmar::gChannelCount);
-    auto main = wws_test::readerAtEnd(config.audioStream);
-    auto oneMic = wws_test::readerAtEnd(config.oneMicAudioStream);
-    std::vector<int16_t> stereo = interleaved(160, 2);
-    wws_test::deliverInput(*service, stereo, 160);
-
-    EXPECT_EQ(channel(stereo, 2, 1), wws_test::drain(oneMic));
-    EXPECT_EQ(channel(stereo, 2, 0), wws_test::drain(main));
-    EXPECT_EQ(channel(stereo, 2, 0), norvo_fake::pushedSamples(kInput));
-    EXPECT_EQ((std::vector<std::string>{sampleEvent(160, 0)}), norvo_fake::pushedMetadata(kInput));
-    EXPECT_EQ(160u, service->mInputFrameCount);
-
-    // Without its writer the one-mic channel is lost, but the rest goes on.
-    ASSERT_EQ(0, service->stopOneMicAudioStream());
-    wws_test::deliverInput(*service, stereo, 160);
-    EXPECT_TRUE(log.contains(ANDROID_LOG_ERROR, kTag, "OneMicAudioStreamWriter is NULL."));
-    EXPECT_EQ(channel(stereo, 2, 0), wws_test::drain(main));
-    EXPECT_EQ(320u, service->mInputFrameCount);
-    EXPECT_EQ(sampleEvent(160, 160), norvo_fake::pushedMetadata(kInput).back());
-}
-
-TEST_F(WakeWordServiceInput, ThreeChannelBuffersGoWholeToStreamAndDecoder) {
-    config.threeChannelInput = true;
-    config.oneMicEnabled = true;  // three channels win: no split
-    config.oneMicAudioStream = wws_test::makeStream();
-    sp<WakeWordService> service = start();
-    ASSERT_EQ(3u, velmar::gChannelCount);
-    auto main = wws_test::readerAtEnd(config.audioStream);
-    auto oneMic = wws_test::readerAtEnd(config.oneMicAudioStream);
-    std::vector<int16_t> frames = interleaved(160, 3);
-    wws_test::deliverInput(*service, frames, 160);
-
-    EXPECT_EQ(frames, wws_test::drain(main));  // 960 bytes
-    EXPECT_TRUE(wws_test::drain(oneMic).empty());
-    EXPECT_EQ(frames, norvo_fake::pushedSamples(kInput));
-    EXPECT_EQ((std::vector<std::string>{sampleEvent(480, 0)}), norvo_fake::pushedMetadata(kInput));
-    EXPECT_EQ(160u, service->mInputFrameCount);
-}
-
+// Buffers outside 1..240000 frames are dropped with a message naming their source and followed
+// by the boundary dump; overruns are only warnings.
 TEST_F(WakeWordServiceInput, FrameCountsOutsideOneTo240000AreDropped) {
+    config.playbackViaAudioRecord = true;
     sp<WakeWordService> service = start();
     log.clear();
     std::vector<int16_t> big(240001);
+    std::vector<int16_t> none;
     wws_test::deliverInput(*service, big, 240001);
     wws_test::deliverInput(*service, big, 0);
-    EXPECT_EQ(0u, service->mInputFrameCount);
-    EXPECT_TRUE(norvo_fake::pushedMetadata(kInput).empty());
-    EXPECT_TRUE(log.contains(
-            ANDROID_LOG_ERROR, kTag,
-            "EVENT_MORE_DATA: audioBuffer->frameCount from input is out of range. "
-            "frameCount=240001, minAllowed=1, maxAllowed=240000, mInputFrameCount=0, "
-            "mPlaybackFrameCount=0"));
-    EXPECT_TRUE(log.contains("EVENT_MORE_DATA: audioBuffer->frameCount from input is out of "
-                             "range. frameCount=0, minAllowed=1, maxAllowed=240000, "
-                             "mInputFrameCount=0, mPlaybackFrameCount=0"));
+    wws_test::deliverPlayback(*service, none);
+    WakeWordService::audioRecordCallbackFn(android::AudioRecord::EVENT_OVERRUN, service.get(),
+                                           nullptr);
+    WakeWordService::playbackAudioRecordCallbackFn(android::AudioRecord::EVENT_OVERRUN,
+                                                   service.get(), nullptr);
+    const std::string bounds = ", minAllowed=1, maxAllowed=240000, mInputFrameCount=0, "
+                               "mPlaybackFrameCount=0";
+    EXPECT_EQ((std::vector<std::string>{
+                      "EVENT_MORE_DATA: audioBuffer->frameCount from input is out of range. "
+                      "frameCount=240001" + bounds,
+                      "EVENT_MORE_DATA: audioBuffer->frameCount from input is out of range. "
+                      "frameCount=0" + bounds,
+                      "EVENT_MORE_DATA: audioBuffer->frameCount from playback is out of range. "
+                      "frameCount=0" + bounds}),
+              log.messages(ANDROID_LOG_ERROR, kTag));
+    EXPECT_EQ((std::vector<std::string>{"[input] AudioRecord reported overrun!",
+                                        "[playback] AudioRecord reported overrun!"}),
+              log.messages(ANDROID_LOG_WARN, kTag));
     // Each drop is followed by the boundary dump (two guard lines with this text per dump).
-    EXPECT_EQ(4u, log.count("FRAME_COUNT_BOUNDARIES: before_boundary=0xdeadbeef"));
+    EXPECT_EQ(6u, log.count("FRAME_COUNT_BOUNDARIES: before_boundary=0xdeadbeef"));
+    EXPECT_TRUE(norvo_fake::pushedMetadata(kInput).empty());
 
     wws_test::deliverInput(*service, big, 240000);
     EXPECT_EQ(240000u, service->mInputFrameCount);
     EXPECT_EQ(sampleEvent(240000, 0), norvo_fake::pushedMetadata(kInput).back());
-}
-
-TEST_F(WakeWordServiceInput, OverrunIsOnlyAWarning) {
-    sp<WakeWordService> service = start();
-    WakeWordService::audioRecordCallbackFn(android::AudioRecord::EVENT_OVERRUN, service.get(),
-                                           nullptr);
-    WakeWordService::audioRecordCallbackFn(android::AudioRecord::EVENT_NEW_POS, service.get(),
-                                           nullptr);
-    EXPECT_TRUE(log.contains(ANDROID_LOG_WARN, kTag, "[input] AudioRecord reported overrun!"));
-    EXPECT_EQ(0u, service->mInputFrameCount);
 }
 
 TEST_F(WakeWordServiceInput, BuffersWithoutModelOrWriterAreNotCounted) {
@@ -228,8 +180,6 @@ TEST_F(WakeWordServiceInput, MicrophoneIsIgnoredWhileAFileIsInjected) {
     EXPECT_EQ(256u + 320u, service->mInputFrameCount);
 }
 
-// The microphone's split buffers belong to the microphone: an injected block split on the injector
-// thread while a microphone push is under way must not change what that push hands the engine.
 // An injected block that arrives while a microphone buffer is being pushed waits until that buffer
 // is done: the two never interleave in the decoder, and the injection never writes into the
 // microphone's split buffers. The hook holds the microphone's push open for half a second, time
@@ -261,7 +211,10 @@ TEST_F(WakeWordServiceInput, InjectedBlockWaitsForTheLiveBufferInFlight) {
     EXPECT_EQ(injected, std::vector<int16_t>(pushed.begin() + 160, pushed.end()));
 }
 
-TEST_F(WakeWordServiceInput, FanOutOrderAndTheLastEnabledStepsStatus) {
+// Each buffer goes to the input, AED and NTT decoders in that order with one sample event. An
+// AED failure is returned at once, before NTT; an input decoder failure is overwritten by the
+// steps after it and reported only when they are off.
+TEST_F(WakeWordServiceInput, FanOutOrderAndWhichFailureIsReported) {
     config.aedAvailable = true;
     sp<WakeWordService> service = start();
     ASSERT_EQ(0, service->setAudioEventDetectionMode(true));
@@ -273,54 +226,24 @@ TEST_F(WakeWordServiceInput, FanOutOrderAndTheLastEnabledStepsStatus) {
     auto all = norvo_fake::calls();
     for (size_t i = mark; i < all.size(); ++i) {
         ASSERT_EQ("NorvoDecoder_PushAudioEvent", all[i].op);
-        EXPECT_EQ(sampleEvent(160, 0), all[i].args[2]);  // one sample event for every decoder
+        EXPECT_EQ(sampleEvent(160, 0), all[i].args[2]);
         order.push_back(all[i].args[0]);
     }
     EXPECT_EQ((std::vector<std::string>{kInput, "WakeWordService_audiopresence_decoder",
                                         "wws_ntt"}),
               order);
 
-    // The input decoder's failure is overwritten by the steps after it...
     norvo_fake::setStatus("NorvoDecoder_PushAudioEvent", kInput, 5);
     EXPECT_EQ(0, service->passAudioForDetection(samples.data(), 160));
-    // ...and reported only when AED and NTT are off.
-    service->mAedEnabled = false;
-    service->mNttDetectionEnabled = false;
-    EXPECT_EQ(5, service->passAudioForDetection(samples.data(), 160));
-    // An AED failure returns at once, before NTT.
-    service->mAedEnabled = true;
-    service->mNttDetectionEnabled = true;
     norvo_fake::setStatus("NorvoDecoder_PushAudioEvent", "WakeWordService_audiopresence_decoder", 6);
     mark = norvo_fake::calls().size();
-    log.clear();
     EXPECT_EQ(6, service->passAudioForDetection(samples.data(), 160));
     EXPECT_EQ(mark + 2, norvo_fake::calls().size());
     EXPECT_TRUE(log.contains(ANDROID_LOG_ERROR, kTag, "Failed to detect AED data."));
-    // A failing push through the buffer path is counted and reported as -22.
-    service->mAedEnabled = false;
-    service->mNttDetectionEnabled = false;
-    uint64_t before = service->mInputFrameCount;
-    log.clear();
-    wws_test::deliverInput(*service, samples, 160);
-    EXPECT_EQ(before + 160, service->mInputFrameCount);
-    std::vector<std::string> errors = log.messages(ANDROID_LOG_ERROR, kTag);
-    ASSERT_EQ(3u, errors.size());
-    EXPECT_EQ("processWaveData: Error pushing waveData.", errors[0]);
-    EXPECT_EQ("Unable to pass audio data into norvo", errors[1]);
-    EXPECT_EQ("Error processing audio from input: -22", errors[2]);
-    EXPECT_TRUE(log.contains(ANDROID_LOG_INFO, kTag,
-                             "FRAME_COUNT_BOUNDARIES: frameStartPosition=" + std::to_string(before)));
-}
 
-TEST_F(WakeWordServiceInput, WakeWordDetectionOffStillMirrorsAndCounts) {
-    sp<WakeWordService> service = start();
-    ASSERT_EQ(0, service->setWWDetectionEnabled(false));
-    auto mirror = wws_test::readerAtEnd(config.audioStream);
-    std::vector<int16_t> samples = interleaved(320, 1);
-    wws_test::deliverInput(*service, samples, 320);
-    EXPECT_EQ(samples, wws_test::drain(mirror));
-    EXPECT_EQ(320u, service->mInputFrameCount);
-    EXPECT_TRUE(norvo_fake::pushedMetadata(kInput).empty());
+    ASSERT_EQ(0, service->setAudioEventDetectionMode(false));
+    ASSERT_EQ(0, service->setNttDetectionMode(false, 0));
+    EXPECT_EQ(5, service->passAudioForDetection(samples.data(), 160));
 }
 
 TEST(WakeWordServiceInputDeathTest, FatalEngineStatusEndsTheProcess) {

@@ -1,28 +1,10 @@
 // The wake-word model set: decoder configuration from the model attributes and the wake-word
 // list, decoder formats, the unified-model decision, teardown order and model switching.
-#include <gtest/gtest.h>
-#include <norvo_fake/FakeNorvo.h>
-#include <rapidjson/document.h>
+#include <algorithm>
 
-#include <string>
-#include <vector>
-
-#include "AudioRecordAdapter.h"
-#include "LogCapture.h"
-#include "ServiceFactory.h"
-#include "WakeWordModelJson.h"
-
-using android::sp;
-using velmar::WakeWordService;
-using wws_test::LogCapture;
-using wws_test::ServiceConfig;
+#include "ServiceTest.h"
 
 namespace {
-
-constexpr const char* kTag = "WakeWordService";
-constexpr const char* kInput = "WakeWordService_input_decoder";
-constexpr const char* kPlayback = "WakeWordService_playback_decoder";
-constexpr const char* kModelSet = "WakeWordService_modelset";
 
 std::string attributesWith(const std::string& elements) {
     return "{\"model_attributes\":[" + elements + "]}";
@@ -40,25 +22,7 @@ std::string decoderConfig(const char* id) {
     return norvo_fake::decoder(id, &info) ? info.config : "<no decoder>";
 }
 
-void ignoreAudio(int, void*, void*) {}
-
-// A real capture supervisor on the host microphone, whose audio goes nowhere: what the switch
-// turns off and on again.
-void giveCaptureInput(WakeWordService& service) {
-    service.mAudioInput = new velmar::AudioRecordInput(
-            new velmar::AudioRecordAdapter(service.mPackageName, AUDIO_SOURCE_HOTWORD, 16000,
-                                           AUDIO_FORMAT_PCM_16_BIT, AUDIO_CHANNEL_IN_MONO, 320,
-                                           ignoreAudio, nullptr),
-            1000000000);
-}
-
-class WakeWordServiceModel : public testing::Test {
-  protected:
-    void SetUp() override { norvo_fake::reset(); }
-    sp<WakeWordService> start() { return wws_test::createService(config); }
-    LogCapture log;
-    ServiceConfig config;
-};
+using WakeWordServiceModel = wws_test::ServiceTest;
 
 }  // namespace
 
@@ -82,51 +46,13 @@ TEST_F(WakeWordServiceModel, InputListensForLocalCommandsThenWakeWordsAndPlaybac
     EXPECT_EQ(kModelSet, input.modelSetId);
     EXPECT_EQ(kModelSet, playback.modelSetId);
 
-    // One channel: the input decoder gets the engine's default format untouched; the playback
-    // decoder gets words 0-4 written and the engine's words beyond.
+    // One channel: the input decoder gets the engine's default format; the playback decoder gets
+    // words 0-4 written for one 16-bit channel at 16 kHz.
     NorvoMultichannelAudioFormat defaults = NorvoDecoder_NewNorvoMultichannelAudioFormat_Default();
-    for (int i = 0; i < NORVO_AUDIO_FORMAT_WORD_COUNT; ++i) {
-        EXPECT_EQ(defaults.words[i], input.format.words[i]) << "input word " << i;
-    }
-    const uint32_t playbackWords[] = {0, 16000, 16, 1, 0};
-    for (int i = 0; i < NORVO_AUDIO_FORMAT_WORD_COUNT; ++i) {
-        EXPECT_EQ(i < 5 ? playbackWords[i] : defaults.words[i], playback.format.words[i])
-                << "playback word " << i;
-    }
-    EXPECT_TRUE(log.contains(ANDROID_LOG_INFO, kTag,
-                             "Configuring input keyword decoder with: " + input.config));
-    EXPECT_TRUE(log.contains(ANDROID_LOG_INFO, kTag,
-                             "Configuring playback keyword decoder with: " + playback.config));
-    EXPECT_TRUE(log.contains(ANDROID_LOG_INFO, kTag,
-                             "Norvo supported keyword list: '[\"STOP\",\"CANCEL\",\"SNOOZE\"]'"));
-    EXPECT_TRUE(log.contains(ANDROID_LOG_INFO, kTag,
-                             "Norvo input keyword model is set to a non-unified model"));
-}
-
-TEST_F(WakeWordServiceModel, UnsupportedLocalCommandsAreLeftOutWithWarnings) {
-    config.playbackViaAudioRecord = true;
-    norvo_fake::setModelSetAttributes(kModelSet, attributesWith(element("norvo", "\"STOP\"")));
-    sp<WakeWordService> service = start();
-    EXPECT_EQ(keywordConfig("\"STOP\",\"HEYVELMAR\""), decoderConfig(kInput));
-    EXPECT_EQ(keywordConfig("\"HEYVELMAR\""), decoderConfig(kPlayback));
-    std::vector<std::string> modelWarnings;
-    for (const std::string& warning : log.messages(ANDROID_LOG_WARN, kTag)) {
-        if (warning.rfind("Wakeword model", 0) == 0) modelWarnings.push_back(warning);
-    }
-    EXPECT_EQ((std::vector<std::string>{"Wakeword model does not support CANCEL local command",
-                                        "Wakeword model does not support SNOOZE local command"}),
-              modelWarnings);
-
-    norvo_fake::reset();
-    log.clear();
-    norvo_fake::setModelSetAttributes(kModelSet, attributesWith(element("norvo", "\"SNOOZE\"")));
-    ServiceConfig other;
-    sp<WakeWordService> second = wws_test::createService(other);
-    EXPECT_EQ(keywordConfig("\"SNOOZE\",\"HEYVELMAR\""), decoderConfig(kInput));
-    EXPECT_TRUE(
-            log.contains(ANDROID_LOG_WARN, kTag, "Wakeword model does not support STOP keyword"));
-    EXPECT_TRUE(
-            log.contains(ANDROID_LOG_DEBUG, kTag, "Wakeword model supports SNOOZE local command"));
+    EXPECT_TRUE(std::equal(defaults.words, defaults.words + NORVO_AUDIO_FORMAT_WORD_COUNT,
+                           input.format.words));
+    EXPECT_EQ((std::vector<uint32_t>{0, 16000, 16, 1, 0}),
+              std::vector<uint32_t>(playback.format.words, playback.format.words + 5));
 }
 
 // Attribute texts that still yield decoders, and the input list each one gives.
@@ -175,13 +101,9 @@ TEST_F(WakeWordServiceModel, UnusableAttributesLeaveTheServiceWithoutDecoders) {
         std::string message;
     } cases[] = {
             {"{not json", "Norvo modelSetAttributes is malformed JSON: '{not json'"},
-            {"", "Norvo modelSetAttributes is malformed JSON: ''"},
             {"{\"x\":1}",
              "Norvo modelSetAttributes does not contain a member \"model_attributes\" of type "
              "'array': '{\"x\":1}'"},
-            {"{\"model_attributes\":{}}",
-             "Norvo modelSetAttributes does not contain a member \"model_attributes\" of type "
-             "'array': '{\"model_attributes\":{}}'"},
             {earlyWithoutList,
              "Norvo modelSetAttributes[\"model_attributes\"] array element does not contain a "
              "member \"keyword/supported-keyword-list\" of type 'array': '" +
@@ -193,9 +115,6 @@ TEST_F(WakeWordServiceModel, UnusableAttributesLeaveTheServiceWithoutDecoders) {
             {attributesWith(""),
              "Norvo modelSetAttributes does not contain \"supported-keyword-list\": '" +
                      attributesWith("") + "'"},
-            {attributesWith("1,2"),
-             "Norvo modelSetAttributes does not contain \"supported-keyword-list\": '" +
-                     attributesWith("1,2") + "'"},
     };
     for (const Case& c : cases) {
         SCOPED_TRACE(c.attributes);
@@ -208,41 +127,9 @@ TEST_F(WakeWordServiceModel, UnusableAttributesLeaveTheServiceWithoutDecoders) {
         EXPECT_EQ(0, service->mInitStatus);
         EXPECT_FALSE(service->mInputModelReady);
         EXPECT_FALSE(service->mPlaybackModelReady);
-        EXPECT_FALSE(service->mNttSupportedInWwModel);
         EXPECT_TRUE(norvo_fake::decoderIds().empty());
-        EXPECT_TRUE(norvo_fake::modelSet(kModelSet, nullptr));  // the set stays loaded
         EXPECT_TRUE(log.contains(ANDROID_LOG_ERROR, kTag, c.message));
     }
-}
-
-TEST_F(WakeWordServiceModel, WithoutWakeWordsDecodersGetAnEmptyConfiguration) {
-    config.wakeWords.clear();
-    config.playbackViaAudioRecord = true;
-    config.nearMissEnabled = true;
-    sp<WakeWordService> service = start();
-    EXPECT_EQ("{\"betaEnabled\":true}", decoderConfig(kInput));
-    EXPECT_EQ("{}", decoderConfig(kPlayback));
-    EXPECT_TRUE(norvo_fake::callsOf("NorvoModelSet_GetModelSetAttributes").empty());
-    // No attributes were read: the empty text does not parse, so the model is not unified.
-    EXPECT_FALSE(service->mNttSupportedInWwModel);
-    EXPECT_TRUE(log.contains(ANDROID_LOG_ERROR, kTag, "Unable to parse modelSet attributes "));
-
-    norvo_fake::reset();
-    ServiceConfig plain;
-    plain.wakeWords.clear();
-    sp<WakeWordService> second = wws_test::createService(plain);
-    EXPECT_EQ("{}", decoderConfig(kInput));
-}
-
-TEST_F(WakeWordServiceModel, NearMissAddsBetaEnabledToTheInputDecoderOnly) {
-    config.nearMissEnabled = true;
-    config.playbackViaAudioRecord = true;
-    sp<WakeWordService> service = start();
-    EXPECT_EQ(
-            "{\"keyword\":{\"enabled-keyword-list\":[\"STOP\",\"CANCEL\",\"SNOOZE\","
-            "\"HEYVELMAR\"]},\"betaEnabled\":true}",
-            decoderConfig(kInput));
-    EXPECT_EQ(keywordConfig("\"HEYVELMAR\""), decoderConfig(kPlayback));
 }
 
 TEST_F(WakeWordServiceModel, WakeWordsAreEscapedAsJsonStrings) {
@@ -251,102 +138,57 @@ TEST_F(WakeWordServiceModel, WakeWordsAreEscapedAsJsonStrings) {
     sp<WakeWordService> service = start();
     const std::string config = decoderConfig(kInput);
     EXPECT_EQ(keywordConfig("\"SAY \\\"HI\\\"\",\"BACK\\\\SLASH\",\"TAB\\tNEWLINE\\n\""), config);
-    rapidjson::Document parsed;
-    parsed.Parse(config.c_str());
-    ASSERT_FALSE(parsed.HasParseError());
-    const rapidjson::Value& list = parsed["keyword"]["enabled-keyword-list"];
-    ASSERT_EQ(3u, list.Size());
-    EXPECT_STREQ("TAB\tNEWLINE\n", list[2].GetString());
 }
 
-TEST_F(WakeWordServiceModel, ThreeChannelInputRewritesTheFirstSevenFormatWords) {
-    config.threeChannelInput = true;
-    sp<WakeWordService> service = start();
-    norvo_fake::DecoderInfo input;
-    ASSERT_TRUE(norvo_fake::decoder(kInput, &input));
-    NorvoMultichannelAudioFormat defaults = NorvoDecoder_NewNorvoMultichannelAudioFormat_Default();
-    const uint32_t written[] = {0, 16000, 16, 3, 0, 1, 1};
-    for (int i = 0; i < NORVO_AUDIO_FORMAT_WORD_COUNT; ++i) {
-        EXPECT_EQ(i < 7 ? written[i] : defaults.words[i], input.format.words[i]) << "word " << i;
+// Engine failures while the decoders are built are logged and leave setup going: no attributes or
+// no input decoder means no decoders; a refused playback decoder leaves the input decoder.
+TEST_F(WakeWordServiceModel, EngineFailuresWhileBuildingAreLogged) {
+    struct Case {
+        const char* op;
+        const char* id;
+        bool inputReady;
+        const char* message;
+    } cases[] = {
+            {"NorvoModelSet_GetModelSetAttributes", kModelSet, false,
+             "Error creating NorvoDecoder 'WakeWordService_input_decoder'. Could not get "
+             "modelSetAttributes"},
+            {"NorvoDecoder_NewSpotterAudioDecoder", kInput, false,
+             "Error creating NorvoDecoder 'WakeWordService_input_decoder'"},
+            {"NorvoDecoder_NewSpotterAudioDecoder", kPlayback, true,
+             "Error creating NorvoDecoder 'WakeWordService_playback_decoder'"},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.message);
+        norvo_fake::reset();
+        log.clear();
+        norvo_fake::setStatus(c.op, c.id, 6);
+        ServiceConfig each;
+        each.playbackViaAudioRecord = true;
+        sp<WakeWordService> service = wws_test::createService(each);
+        EXPECT_EQ(0, service->mInitStatus);
+        EXPECT_EQ(c.inputReady, service->mInputModelReady);
+        EXPECT_FALSE(service->mPlaybackModelReady);
+        EXPECT_TRUE(log.contains(ANDROID_LOG_ERROR, kTag, c.message));
     }
 }
 
-TEST_F(WakeWordServiceModel, AnNttMemberInAnyElementMakesTheModelUnified) {
-    norvo_fake::setModelSetAttributes(kModelSet,
-                                      attributesWith(element("norvo", "\"STOP\"") + "," +
-                                                     element("ntt-model", "", /*ntt=*/true)));
-    sp<WakeWordService> service = start();
-    EXPECT_TRUE(service->mNttSupportedInWwModel);
-    EXPECT_TRUE(
-            log.contains(ANDROID_LOG_INFO, kTag,
-                         "Norvo input keyword model is set to a Unified model with NTT support"));
-
-    EXPECT_FALSE(WakeWordService::getNttSupportedFromModel("[{\"ntt\":1}]"));
-    EXPECT_TRUE(log.contains(ANDROID_LOG_ERROR, kTag,
-                             "Unable to parse modelSet attributes [{\"ntt\":1}]"));
-    EXPECT_FALSE(WakeWordService::getNttSupportedFromModel("{\"model_attributes\":{\"ntt\":1}}"));
-    EXPECT_FALSE(WakeWordService::getNttSupportedFromModel("{\"model_attributes\":[\"ntt\"]}"));
-    EXPECT_TRUE(
-            WakeWordService::getNttSupportedFromModel("{\"model_attributes\":[1,{\"ntt\":null}]}"));
-}
-
-TEST_F(WakeWordServiceModel, EngineFailuresWhileBuildingAreReturnedWithTheirMessages) {
-    norvo_fake::setStatus("NorvoModelSet_GetModelSetAttributes", 5);
-    sp<WakeWordService> service = start();
-    EXPECT_EQ(0, service->mInitStatus);  // not fatal: setup went on without decoders
-    EXPECT_FALSE(service->mInputModelReady);
-    service->destroyNorvoModel();
-    EXPECT_EQ(5, service->setNewNorvoModel("/other", config.wakeWords.data(), 1));
-    EXPECT_TRUE(log.contains(ANDROID_LOG_ERROR, kTag,
-                             "Error getting audio presence model set attributes (5)"));
-    EXPECT_TRUE(log.contains(ANDROID_LOG_ERROR, kTag,
-                             "Error creating NorvoDecoder 'WakeWordService_input_decoder'. Could "
-                             "not get modelSetAttributes"));
-    service.clear();
-
-    // Input decoder refused: nothing is ready. Playback decoder refused: the input decoder stays.
-    norvo_fake::reset();
-    log.clear();
-    norvo_fake::setStatus("NorvoDecoder_NewSpotterAudioDecoder", kInput, 6);
-    ServiceConfig second;
-    second.playbackViaAudioRecord = true;
-    sp<WakeWordService> noInput = wws_test::createService(second);
-    EXPECT_EQ(0, noInput->mInitStatus);  // not fatal
-    EXPECT_FALSE(noInput->mInputModelReady);
-    EXPECT_FALSE(noInput->mPlaybackModelReady);
-    EXPECT_TRUE(log.contains(ANDROID_LOG_ERROR, kTag,
-                             "Error creating NorvoDecoder 'WakeWordService_input_decoder'"));
-    noInput.clear();
-
-    norvo_fake::reset();
-    log.clear();
-    norvo_fake::setStatus("NorvoDecoder_NewSpotterAudioDecoder", kPlayback, 6);
-    ServiceConfig third;
-    third.playbackViaAudioRecord = true;
-    sp<WakeWordService> noPlayback = wws_test::createService(third);
-    EXPECT_TRUE(noPlayback->mInputModelReady);
-    EXPECT_FALSE(noPlayback->mPlaybackModelReady);
-    EXPECT_TRUE(log.contains(ANDROID_LOG_ERROR, kTag,
-                             "Error creating NorvoDecoder 'WakeWordService_playback_decoder'"));
-}
-
-TEST_F(WakeWordServiceModel, ReadinessFlagsDropBeforeTheEngineDeletesADecoder) {
+// Teardown takes each decoder out of its audio path before the engine deletes it: a buffer that
+// arrives meanwhile is dropped, never pushed to a decoder going away. Decoders go before their
+// model set.
+TEST_F(WakeWordServiceModel, DecodersLeaveTheAudioPathsBeforeTheyAreDeleted) {
     config.playbackViaAudioRecord = true;
     sp<WakeWordService> service = start();
-    ASSERT_TRUE(service->mInputModelReady);
-    std::vector<std::string> seen;
+    std::vector<int16_t> samples(160, 3);
     WakeWordService* raw = service.get();
-    norvo_fake::setBeforeDecoderDelete([raw, &seen](const std::string& id) {
-        bool ready = id == kInput ? raw->mInputModelReady : raw->mPlaybackModelReady;
-        seen.push_back(id + (ready ? " still ready" : " not ready"));
+    norvo_fake::setBeforeDecoderDelete([raw, &samples](const std::string& id) {
+        if (id == kInput) wws_test::deliverInput(*raw, samples, samples.size());
+        if (id == kPlayback) wws_test::deliverPlayback(*raw, samples);
     });
     size_t mark = norvo_fake::calls().size();
     service->destroyNorvoModel();
     norvo_fake::setBeforeDecoderDelete(nullptr);
-
-    EXPECT_EQ((std::vector<std::string>{std::string(kInput) + " not ready",
-                                        std::string(kPlayback) + " not ready"}),
-              seen);
+    EXPECT_TRUE(norvo_fake::pushedSamples(kInput).empty());
+    EXPECT_TRUE(norvo_fake::pushedSamples(kPlayback).empty());
     std::vector<norvo_fake::Call> all = norvo_fake::calls();
     std::vector<std::string> order;
     for (size_t i = mark; i < all.size(); ++i) order.push_back(all[i].op + " " + all[i].args[0]);
@@ -355,30 +197,10 @@ TEST_F(WakeWordServiceModel, ReadinessFlagsDropBeforeTheEngineDeletesADecoder) {
                                         "NorvoModelSet_Delete WakeWordService_modelset"}),
               order);
 
-    // A second teardown deletes no decoder; the model set deletion is still attempted and fails.
-    log.clear();
-    service->destroyNorvoModel();
-    EXPECT_EQ((std::vector<std::string>{"Error deleting NorvoModelSet for ww."}),
-              log.messages(ANDROID_LOG_ERROR, kTag));
-}
-
-TEST_F(WakeWordServiceModel, DecoderDeletionFailuresAreLogged) {
-    config.playbackViaAudioRecord = true;
-    sp<WakeWordService> service = start();
-    norvo_fake::setStatus("NorvoDecoder_Delete", 8);
-    log.clear();
-    service->destroyNorvoModel();
-    EXPECT_EQ((std::vector<std::string>{"Error deleting inputNorvoDecoder.",
-                                        "Error deleting playbackNorvoDecoder.",
-                                        "Error deleting NorvoModelSet for ww."}),
-              log.messages(ANDROID_LOG_ERROR, kTag));
-    EXPECT_FALSE(service->mInputModelReady);
-    EXPECT_FALSE(service->mPlaybackModelReady);
 }
 
 TEST_F(WakeWordServiceModel, SwitchRebuildsUnderTheSameIdsAndRestoresDetection) {
     sp<WakeWordService> service = start();
-    giveCaptureInput(*service);
     ASSERT_EQ(0, service->setDetectorEnabled(true));
     norvo_fake::setModelSetAttributes(kModelSet,
                                       attributesWith(element("norvo", "\"CANCEL\"", /*ntt=*/true)));
@@ -389,73 +211,20 @@ TEST_F(WakeWordServiceModel, SwitchRebuildsUnderTheSameIdsAndRestoresDetection) 
     EXPECT_EQ(0, service->switchNorvoModel("/models/ww/new.manifest", words, 1));
 
     EXPECT_TRUE(service->mDetectorEnabled);
-    EXPECT_TRUE(service->mAudioInput->isRunning());
+    EXPECT_TRUE(wws_test::waitFor([] { return host::activeRecordings(AUDIO_SOURCE_HOTWORD) == 1; }));
     EXPECT_TRUE(service->mInputModelReady);
-    EXPECT_TRUE(service->mNttSupportedInWwModel);
     EXPECT_EQ(keywordConfig("\"CANCEL\",\"NEWWORD\""), decoderConfig(kInput));
     norvo_fake::ModelSetInfo modelSet;
     ASSERT_TRUE(norvo_fake::modelSet(kModelSet, &modelSet));
     EXPECT_EQ("/models/ww/new.manifest", modelSet.manifestPath);
     std::vector<norvo_fake::Call> all = norvo_fake::calls();
     std::vector<std::string> order;
-    for (size_t i = mark; i < all.size(); ++i) order.push_back(all[i].op);
+    for (size_t i = mark; i < all.size(); ++i) {
+        if (all[i].op != "NorvoDecoder_PushAudioEvent") order.push_back(all[i].op);  // the capture's
+    }
     EXPECT_EQ((std::vector<std::string>{
                       "NorvoDecoder_Delete", "NorvoModelSet_Delete", "NorvoModelSet_New",
                       "NorvoModelSet_GetModelSetAttributes", "NorvoDecoder_NewSpotterAudioDecoder",
                       "NorvoDecoder_GetDecoderThreadId", "NorvoDecoder_SetNttConfiguration"}),
               order);
-    std::vector<std::string> info = log.messages(ANDROID_LOG_INFO, kTag);
-    ASSERT_FALSE(info.empty());
-    EXPECT_EQ("Disabling wake word detection.", info.front());
-    EXPECT_EQ("Enabling wake word detection.", info.back());
-}
-
-TEST_F(WakeWordServiceModel, FailedSwitchLeavesNoDecodersButDetectionBackOn) {
-    sp<WakeWordService> service = start();
-    giveCaptureInput(*service);
-    ASSERT_EQ(0, service->setDetectorEnabled(true));
-    norvo_fake::setStatus("NorvoDecoder_NewSpotterAudioDecoder", kInput, 6);
-    norvo_fake::setModelSetAttributes(kModelSet,
-                                      attributesWith(element("norvo", "\"STOP\"", /*ntt=*/true)));
-    const char* words[] = {"X"};
-    service->switchNorvoModel("/bad", words, 1);
-    EXPECT_FALSE(service->mInputModelReady);
-    EXPECT_TRUE(service->mDetectorEnabled);
-
-    // Without detection running, the switch does not touch the capture input.
-    ASSERT_EQ(0, service->setDetectorEnabled(false));
-    norvo_fake::clearStatuses();
-    log.clear();
-    EXPECT_EQ(0, service->switchNorvoModel("/good", words, 1));
-    EXPECT_FALSE(service->mDetectorEnabled);
-    EXPECT_FALSE(log.contains("Enabling wake word detection."));
-    EXPECT_TRUE(service->mInputModelReady);
-}
-
-TEST(WakeWordModelJson, KeywordListAndBetaEnabled) {
-    EXPECT_EQ("{\"keyword\":{\"enabled-keyword-list\":[\"STOP\",\"CANCEL\"]}}",
-              velmar::generateKeywordListJson({"STOP", "CANCEL"}));
-    EXPECT_EQ("{\"keyword\":{\"enabled-keyword-list\":[]}}", velmar::generateKeywordListJson({}));
-    EXPECT_EQ("{\"keyword\":{\"enabled-keyword-list\":[\"STOP\"]},\"betaEnabled\":true}",
-              velmar::generateBetaEnabledJson(
-                      "{ \"keyword\" : {\"enabled-keyword-list\":[\"STOP\"]} }"));
-
-    LogCapture log;
-    EXPECT_EQ("{oops", velmar::generateBetaEnabledJson("{oops"));
-    EXPECT_EQ("[1]", velmar::generateBetaEnabledJson("[1]"));
-    EXPECT_EQ(2u, log.count("Error parsing JSON for betaEnabled"));
-}
-
-TEST(WakeWordModelJson, FindValueNeedsTheSameLengthAndBytes) {
-    rapidjson::Document list;
-    list.Parse("[\"STOP\\u0000X\",\"STO\",\"STOPS\",7,\"CANCEL\"]");
-    ASSERT_TRUE(list.IsArray());
-    const auto array = static_cast<const rapidjson::Value&>(list).GetArray();
-    EXPECT_FALSE(velmar::findValueInArray(array, "STOP"));
-    EXPECT_TRUE(velmar::findValueInArray(array, "CANCEL"));
-    EXPECT_TRUE(velmar::findValueInArray(array, std::string("STOP\0X", 6)));
-    rapidjson::Document empty;
-    empty.Parse("[]");
-    EXPECT_FALSE(
-            velmar::findValueInArray(static_cast<const rapidjson::Value&>(empty).GetArray(), ""));
 }

@@ -1,63 +1,21 @@
 // The playback path: what the playback decoder receives and when, the playback frame counter, the
 // push switch, injected versus live playback, and playback states as engine client events.
-#include <gtest/gtest.h>
 #include <media/AudioRecord.h>
-#include <media/HostAudio.h>
-#include <norvo_fake/FakeNorvo.h>
 
-#include "AudioFeed.h"
-#include "LogCapture.h"
-#include "ServiceFactory.h"
+#include "ServiceTest.h"
 #include "TestMediaSources.h"
-#include "Wait.h"
 #include "WavFile.h"
-
-using android::sp;
-using velmar::WakeWordService;
-using wws_test::LogCapture;
-using wws_test::sampleEvent;
-using wws_test::ServiceConfig;
-namespace host = android::host;
 
 namespace {
 
-constexpr const char* kTag = "WakeWordService";
-constexpr const char* kInput = "WakeWordService_input_decoder";
-constexpr const char* kPlayback = "WakeWordService_playback_decoder";
+using wws_test::clientEvents;
 
-// "name|value" of every client event pushed to decoderId, in order.
-std::vector<std::string> clientEvents(const std::string& decoderId) {
-    std::vector<std::string> events;
-    for (const auto& call : norvo_fake::callsOf("NorvoDecoder_PushClientEvents")) {
-        if (call.args[0] == decoderId) events.push_back(call.args[2] + "|" + call.args[3]);
-    }
-    return events;
-}
-
-// A stand-in for the separate turn-taking decoder, so that events addressed to it land.
-void addNttDecoder(WakeWordService& service) {
-    ASSERT_EQ(0, NorvoModelSet_New("ntt-stand-in", "/ntt", ""));
-    ASSERT_EQ(0, NorvoDecoder_NewSpotterAudioDecoder(
-                         "wws_ntt", "ntt-stand-in", "norvo",
-                         NorvoDecoder_NewNorvoMultichannelAudioFormat_Default(), "{}"));
-    service.mNttDecoderReady = true;
-}
-
-class WakeWordServicePlayback : public testing::Test {
+class WakeWordServicePlayback : public wws_test::ServiceTest {
   protected:
     void SetUp() override {
-        norvo_fake::reset();
-        host::reset();
+        ServiceTest::SetUp();
         config.playbackViaAudioRecord = true;
     }
-    void TearDown() override { host::reset(); }
-    sp<WakeWordService> start() {
-        sp<WakeWordService> service = wws_test::createService(config);
-        EXPECT_EQ(0, service->mInitStatus);
-        return service;
-    }
-    LogCapture log;
-    ServiceConfig config;
 };
 
 }  // namespace
@@ -79,32 +37,12 @@ TEST_F(WakeWordServicePlayback, BuffersArePushedWithTheirOwnRunningIndex) {
     EXPECT_TRUE(norvo_fake::pushedMetadata(kInput).empty());
     EXPECT_TRUE(log.messages(ANDROID_LOG_ERROR, kTag).empty());
 
-    // The stream reader's entry takes the same path.
-    WakeWordService::playbackAudioCallbackFn(service.get(), first.data(), first.size(), 4096);
-    EXPECT_EQ(sampleEvent(256, 512), norvo_fake::pushedMetadata(kPlayback).back());
-    EXPECT_EQ(768u, service->mPlaybackFrameCount);
-}
-
-TEST_F(WakeWordServicePlayback, WithoutThePlaybackDecoderBuffersAreDroppedSilently) {
-    norvo_fake::setStatus("NorvoDecoder_NewSpotterAudioDecoder", kPlayback, 5);
-    sp<WakeWordService> service = start();
-    ASSERT_FALSE(service->mPlaybackModelReady);
-    log.clear();
-    std::vector<int16_t> samples(256, 3);
-    wws_test::deliverPlayback(*service, samples);
-    EXPECT_EQ(0u, service->mPlaybackFrameCount);
-    EXPECT_TRUE(norvo_fake::pushedMetadata(kPlayback).empty());
-    EXPECT_FALSE(log.loggedOnThisThread());
 }
 
 TEST_F(WakeWordServicePlayback, WithPushingOffBuffersAreCountedButNotPushed) {
     sp<WakeWordService> service = start();
     EXPECT_TRUE(service->setPushDataToPlaybackDetectorEnabled(false));  // the previous value
-    EXPECT_TRUE(log.contains(ANDROID_LOG_DEBUG, kTag,
-                             "Turning off pushing data to the playback detector"));
-    log.clear();
     EXPECT_FALSE(service->setPushDataToPlaybackDetectorEnabled(false));
-    EXPECT_FALSE(log.loggedOnThisThread());
 
     std::vector<int16_t> samples(256, 3);
     wws_test::deliverPlayback(*service, samples);
@@ -115,14 +53,6 @@ TEST_F(WakeWordServicePlayback, WithPushingOffBuffersAreCountedButNotPushed) {
     // The index counts the frames that were not pushed.
     EXPECT_EQ((std::vector<std::string>{sampleEvent(256, 256)}),
               norvo_fake::pushedMetadata(kPlayback));
-
-    // A failed service refuses the switch and keeps its setting.
-    norvo_fake::setStatus("NorvoApi_SetLoggingCallback", 9);
-    sp<WakeWordService> failed = wws_test::createService(config);
-    EXPECT_TRUE(failed->setPushDataToPlaybackDetectorEnabled(false));
-    EXPECT_TRUE(failed->mPushDataToPlaybackDetector);
-    EXPECT_TRUE(log.contains(ANDROID_LOG_ERROR, kTag,
-                             "setPushDataToPlaybackDetectorEnabled: WakeWordService not initialized."));
 }
 
 TEST_F(WakeWordServicePlayback, InjectedPlaybackIsHeardWhileLivePlaybackIsIgnored) {
@@ -144,45 +74,24 @@ TEST_F(WakeWordServicePlayback, InjectedPlaybackIsHeardWhileLivePlaybackIsIgnore
     EXPECT_EQ(512u, service->mPlaybackFrameCount);
 }
 
-TEST_F(WakeWordServicePlayback, BufferBoundsAndOverrunsNameThePlaybackSource) {
-    sp<WakeWordService> service = start();
-    std::vector<int16_t> none;
-    wws_test::deliverPlayback(*service, none);
-    EXPECT_TRUE(log.contains(ANDROID_LOG_ERROR, kTag,
-                             "EVENT_MORE_DATA: audioBuffer->frameCount from playback is out of "
-                             "range. frameCount=0, minAllowed=1, maxAllowed=240000, "
-                             "mInputFrameCount=0, mPlaybackFrameCount=0"));
-    WakeWordService::playbackAudioRecordCallbackFn(android::AudioRecord::EVENT_OVERRUN,
-                                                   service.get(), nullptr);
-    EXPECT_TRUE(log.contains(ANDROID_LOG_WARN, kTag, "[playback] AudioRecord reported overrun!"));
-    EXPECT_EQ(0u, service->mPlaybackFrameCount);
-}
-
+// Each stream state becomes its client event for the input decoder, then for a separate
+// turn-taking decoder; a status the input decoder returns stops there.
 TEST_F(WakeWordServicePlayback, PlaybackStatesBecomeClientEvents) {
     config.ttsStreamType = AUDIO_STREAM_TTS;
+    config.preloadNttModel = true;
     sp<WakeWordService> service = start();
     EXPECT_EQ(0, service->processPlaybackNotifierCallback(true, AUDIO_STREAM_MUSIC));
     EXPECT_EQ(0, service->processPlaybackNotifierCallback(false, AUDIO_STREAM_TTS));
     EXPECT_EQ(0, service->processPlaybackNotifierCallback(true, AUDIO_STREAM_ALARM));
     EXPECT_EQ(0, service->processPlaybackNotifierCallback(true, AUDIO_STREAM_NOTIFICATION));
-    EXPECT_EQ((std::vector<std::string>{"ASPState|0", "NearMissEnabled|0", "AudioPlayerState|1",
-                                        "TTSPlayerState|0", "AlarmState|1"}),
-              clientEvents(kInput));
+    const std::vector<std::string> states{"AudioPlayerState|1", "TTSPlayerState|0", "AlarmState|1"};
+    std::vector<std::string> input = clientEvents(kInput);
+    EXPECT_EQ(states, std::vector<std::string>(input.end() - 3, input.end()));
+    EXPECT_EQ(states, clientEvents("wws_ntt"));
 
-    // With the separate turn-taking decoder, it hears each state after the input decoder.
-    addNttDecoder(*service);
-    EXPECT_EQ(0, service->processPlaybackNotifierCallback(false, AUDIO_STREAM_MUSIC));
-    EXPECT_EQ((std::vector<std::string>{"AudioPlayerState|0"}), clientEvents("wws_ntt"));
-    // ...unless the input decoder refused it: that status is returned and NTT is not told.
     norvo_fake::setStatus("NorvoDecoder_PushClientEvents", kInput, 6);
-    EXPECT_EQ(6, service->processPlaybackNotifierCallback(true, AUDIO_STREAM_ALARM));
-    EXPECT_EQ(1u, clientEvents("wws_ntt").size());
-
-    // A text-to-speech stream type equal to music reports as music.
-    norvo_fake::clearStatuses();
-    service->mTtsStreamType = AUDIO_STREAM_MUSIC;
-    EXPECT_EQ(0, service->processPlaybackNotifierCallback(true, AUDIO_STREAM_MUSIC));
-    EXPECT_EQ("AudioPlayerState|1", clientEvents(kInput).back());
+    EXPECT_EQ(6, service->processPlaybackNotifierCallback(false, AUDIO_STREAM_ALARM));
+    EXPECT_EQ(3u, clientEvents("wws_ntt").size());
 }
 
 // The notifier the service runs reports through the service to the engine.
@@ -190,9 +99,6 @@ TEST_F(WakeWordServicePlayback, NotifierStartsWithTheServiceAndStopsWithIt) {
     config.suppressPlaybackAtInit = false;
     config.ttsStreamType = AUDIO_STREAM_TTS;
     sp<WakeWordService> service = start();
-    ASSERT_NE(nullptr, service->mPlaybackStatusNotifier);
-    EXPECT_TRUE(log.contains(ANDROID_LOG_DEBUG, kTag, "Creating PlaybackStatusNotifier"));
-    EXPECT_TRUE(log.contains(ANDROID_LOG_DEBUG, kTag, "Initialize playback for wakeword service"));
     auto has = [](const std::string& event) {
         std::vector<std::string> events = clientEvents(kInput);
         return std::find(events.begin(), events.end(), event) != events.end();
@@ -204,18 +110,10 @@ TEST_F(WakeWordServicePlayback, NotifierStartsWithTheServiceAndStopsWithIt) {
 
     EXPECT_EQ(0, service->notifyTtsState(true));
     EXPECT_EQ("TTSPlayerState|1", clientEvents(kInput).back());
-    EXPECT_TRUE(log.contains(ANDROID_LOG_DEBUG, kTag, "notifyTtsState: isPlaying: 1"));
 
     sp<velmar::PlaybackStatusNotifier> notifier = service->mPlaybackStatusNotifier;
     service->playbackDestroy();
     EXPECT_FALSE(notifier->isRunning());
     EXPECT_EQ(22, service->notifyTtsState(false));
     EXPECT_TRUE(log.contains(ANDROID_LOG_ERROR, kTag, "notifyTtsState: mPlaybackStatusNotifier is null."));
-}
-
-TEST_F(WakeWordServicePlayback, TtsStateOnAFailedServiceIsRefused) {
-    norvo_fake::setStatus("NorvoApi_SetLoggingCallback", 9);
-    sp<WakeWordService> service = wws_test::createService(config);
-    EXPECT_EQ(9, service->notifyTtsState(true));
-    EXPECT_TRUE(log.contains(ANDROID_LOG_ERROR, kTag, "notifyTtsState: WakeWordService not initialized."));
 }

@@ -26,9 +26,20 @@ void LogCapture::logger(const struct __android_logger_data* data, const char* me
 }
 
 void LogCapture::append(int priority, const char* tag, const char* message) {
+    LogLine line{priority, tag == nullptr ? "" : tag, message == nullptr ? "" : message,
+                 std::this_thread::get_id()};
+    std::function<void(const LogLine&)> hook;
+    {
+        std::lock_guard<std::mutex> guard(mLock);
+        mLines.push_back(line);
+        hook = mHook;
+    }
+    if (hook) hook(line);
+}
+
+void LogCapture::setHook(std::function<void(const LogLine&)> hook) {
     std::lock_guard<std::mutex> guard(mLock);
-    mLines.push_back(LogLine{priority, tag == nullptr ? "" : tag, message == nullptr ? "" : message,
-                             std::this_thread::get_id()});
+    mHook = std::move(hook);
 }
 
 std::vector<LogLine> LogCapture::lines() const {
@@ -60,7 +71,7 @@ bool LogCapture::loggedOnThisThread() const {
 }
 
 bool LogCapture::contains(const std::string& message) const {
-    return indexOf(message) >= 0;
+    return count(message) > 0;
 }
 
 bool LogCapture::contains(int priority, const std::string& tag, const std::string& message) const {
@@ -74,14 +85,6 @@ size_t LogCapture::count(const std::string& message) const {
     size_t n = 0;
     for (const LogLine& line : lines()) n += line.message == message ? 1 : 0;
     return n;
-}
-
-int LogCapture::indexOf(const std::string& message, int from) const {
-    std::vector<LogLine> all = lines();
-    for (size_t i = from < 0 ? 0 : static_cast<size_t>(from); i < all.size(); ++i) {
-        if (all[i].message == message) return static_cast<int>(i);
-    }
-    return -1;
 }
 
 void LogCapture::clear() {

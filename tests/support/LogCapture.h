@@ -5,6 +5,7 @@
 
 #include <android/log.h>
 
+#include <functional>
 #include <mutex>
 #include <string>
 #include <thread>
@@ -37,9 +38,10 @@ class LogCapture {
     bool loggedOnThisThread() const;
     bool contains(int priority, const std::string& tag, const std::string& message) const;
     size_t count(const std::string& message) const;
-    // Index of the first line with this exact message at or after from, or -1.
-    int indexOf(const std::string& message, int from = 0) const;
     void clear();
+    // Runs hook on the logging thread after each line is recorded, outside the capture's lock: a
+    // test acts at the moment the code under test logs a given line (a point of interleaving).
+    void setHook(std::function<void(const LogLine&)> hook);
 
   private:
     static void logger(const struct __android_logger_data* data, const char* message);
@@ -47,6 +49,7 @@ class LogCapture {
 
     mutable std::mutex mLock;
     std::vector<LogLine> mLines;  // guarded by mLock
+    std::function<void(const LogLine&)> mHook;  // guarded by mLock
 };
 
 }  // namespace wws_test
