@@ -105,13 +105,4 @@ class LoadAndCreateTest extends ServiceHarness {
         assertEquals(0, create());
         assertNotEquals(0, nativeInstance());
     }
-
-    @Test
-    void detectorSwitch() {
-        assertEquals(0, create());
-        for (boolean enabled : new boolean[] {true, false}) {
-            assertEquals(0, core.nSetDetectorEnabled(enabled));
-            assertEquals(enabled, core.nGetDetectorEnabled());
-        }
-    }
 }
