@@ -205,15 +205,6 @@ class ResultCallbacksTest extends ServiceHarness {
         }
     }
 
-    @Test
-    void handlerExceptionIsClearedAndTheEngineThreadGoesOn() throws Exception {
-        recorder.throwOnCallback = new IllegalStateException("handler failed");
-        FakeNorvo.fire("enumerated", texts(INPUT, "A", ""), numbers(1, 2), null);
-        recorder.throwOnCallback = null;
-        assertEquals("B", deliver("enumerated", texts(INPUT, "B", ""), numbers(1, 2), null)[0]);
-        assertEquals("A", recorder.named("enumerated").get(0).args[0]);
-    }
-
     // Handed over on a Java thread, a callback leaves no pending exception (it would surface here,
     // thrown by the native call) and no local reference, even when the handler throws; handed over
     // on a native thread, it detaches the thread again. After destroy nothing reaches Java.
