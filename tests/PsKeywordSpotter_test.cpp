@@ -141,19 +141,6 @@ TEST_F(PsKeywordSpotter, APhraseSpokenAcrossThePeriodicRestartIsHeardOnce) {
                   restart - KeywordSpotter::kRefeedSamples);
 }
 
-TEST_F(PsKeywordSpotter, EndingTheSessionReportsAPhraseThatEndsTheAudio) {
-    SpeechStream stream;
-    stream.silence(0.5);
-    Placed placed = stream.add(wws_test::speechClip("purple_elephant"));
-    const std::vector<Expected> expected = {{"PURPLE_ELEPHANT", 7520, 22239}};
-    for (int64_t base : {0, 100}) {
-        SetUp();
-        std::vector<Detection> found = feed(stream.samples(), base);
-        mSpotter->endSession(&found);
-        expectReports(found, expected, {placed}, base, 0);
-    }
-}
-
 // A local command counts when said on its own, not as a word of a sentence; the manifest's
 // "command-pause 0" hears it in both. The threshold is low enough for the sentence's "stop" to be
 // heard as such.

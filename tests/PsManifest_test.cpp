@@ -141,13 +141,4 @@ TEST(PsManifest, NamesTheLineAndTheFaultOfEveryMalformedOrMissingLine) {
     }
 }
 
-TEST(PsManifest, AMissingFileIsUnreadableNotMalformed) {
-    Manifest manifest;
-    std::string error;
-    EXPECT_EQ(NORVO_PS_MANIFEST_UNREADABLE,
-              Manifest::load("/nonexistent/norvo.manifest", &manifest, &error));
-    EXPECT_EQ("cannot read manifest '/nonexistent/norvo.manifest': No such file or directory",
-              error);
-}
-
 }  // namespace

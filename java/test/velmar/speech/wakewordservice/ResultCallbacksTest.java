@@ -56,8 +56,6 @@ class ResultCallbacksTest extends ServiceHarness {
                 numbers(1000, 17000, 42, 1, 99), new byte[0]));
         assertArrayEquals(new Object[] {"STOP", "d", 5L, 6L, 0L, 0L, 7, 1, PLAYBACK},
                 deliver("localCommand", texts(PLAYBACK, "STOP", "d"), numbers(5, 6, 7, 0), null));
-        assertTrue(NativeLog.contains(NativeLog.INFO, "Detected a norvo local command"));
-        assertTrue(NativeLog.contains(NativeLog.DEBUG, "SPCH-WW: Local Command DetectionType: 1"));
         assertArrayEquals(new Object[] {"DogBark", 10L, 20L, 0L, 0L, true, 2, "aed"},
                 deliver("presence", texts("aed", "DogBark"), numbers(10, 20, 2, 1), null));
         assertArrayEquals(new Object[] {100L, 150L, 0L, 0L, 1, 4, "wws_ntt"},
@@ -207,40 +205,20 @@ class ResultCallbacksTest extends ServiceHarness {
         }
     }
 
+    // Handed over on a Java thread, a callback leaves no pending exception (it would surface here,
+    // thrown by the native call) and no local reference, even when the handler throws; handed over
+    // on a native thread, it detaches the thread again. After destroy nothing reaches Java.
     @Test
-    void handlerExceptionIsClearedAndTheEngineThreadGoesOn() throws Exception {
-        recorder.throwOnCallback = new IllegalStateException("handler failed");
-        FakeNorvo.fire("enumerated", texts(INPUT, "A", ""), numbers(1, 2), null);
-        recorder.throwOnCallback = null;
-        assertEquals("B", deliver("enumerated", texts(INPUT, "B", ""), numbers(1, 2), null)[0]);
-        assertEquals("A", recorder.named("enumerated").get(0).args[0]);
-    }
-
-    @Test
-    void noCallbackLeavesAnExceptionOrALocalReferenceOnItsThread() {
-        for (RuntimeException thrown : new RuntimeException[] {null,
-                     new IllegalStateException("handler failed")}) {
-            recorder.throwOnCallback = thrown;
+    void callbacksLeaveTheirThreadCleanAndNothingReachesJavaAfterDestroy() {
+        for (int round = 0; round < 3; round++) {
+            recorder.throwOnCallback = round == 1 ? new IllegalStateException("failed") : null;
+            if (round == 2) assertTrue(core.nDestroyNativeService());
             for (String kind : CALLBACKS) {
                 int before = recorder.named(kind).size();
-                // On a Java thread a pending exception would surface here, thrown by the native
-                // call; the number is of local references the callback left on this thread.
                 assertDoesNotThrow(() -> assertEquals(0, FakeNorvo.fireBridge(kind, FakeNorvo.JAVA),
                         kind + ": local references left"), kind);
-                assertEquals(before + 1, recorder.named(kind).size(), kind);
-            }
-        }
-    }
-
-    @Test
-    void nativeThreadsAreDetachedAfterEveryCallbackAndNothingReachesJavaAfterDestroy() {
-        for (boolean destroyed : new boolean[] {false, true}) {
-            if (destroyed) assertTrue(core.nDestroyNativeService());
-            for (String kind : CALLBACKS) {
-                int before = recorder.named(kind).size();
                 assertEquals(0, FakeNorvo.fireBridge(kind, FakeNorvo.NATIVE), kind);
-                if (destroyed) assertEquals(0, FakeNorvo.fireBridge(kind, FakeNorvo.JAVA), kind);
-                assertEquals(before + (destroyed ? 0 : 1), recorder.named(kind).size(), kind);
+                assertEquals(before + (round == 2 ? 0 : 2), recorder.named(kind).size(), kind);
             }
         }
     }
