@@ -213,13 +213,10 @@ JNIEXPORT void JNICALL Java_velmar_speech_test_FakeNorvo_reset(JNIEnv*, jclass) 
     norvo_fake::reset();
 }
 
+// Every later call of op returns status.
 JNIEXPORT void JNICALL Java_velmar_speech_test_FakeNorvo_setStatus(JNIEnv* env, jclass, jstring op,
-                                                                  jstring id, jint status) {
-    if (id == nullptr) {
-        norvo_fake::setStatus(text(env, op), status);
-    } else {
-        norvo_fake::setStatus(text(env, op), text(env, id), status);
-    }
+                                                                  jint status) {
+    norvo_fake::setStatus(text(env, op), status);
 }
 
 JNIEXPORT void JNICALL Java_velmar_speech_test_FakeNorvo_setModelSetAttributes(JNIEnv* env, jclass,
@@ -337,26 +334,20 @@ JNIEXPORT void JNICALL Java_velmar_speech_test_FakeNorvo_deliverBuffers(JNIEnv*,
     }).join();
 }
 
-// Makes a JNI call while an exception is pending, a misuse every -Xcheck:jni build reports, then
-// clears the exception so that the Java caller sees nothing wrong.
-JNIEXPORT void JNICALL Java_velmar_speech_test_FakeNorvo_callWithExceptionPending(JNIEnv* env,
-                                                                                 jclass) {
-    jclass type = env->FindClass("java/lang/IllegalStateException");
-    env->ThrowNew(type, "left pending on purpose");
-    jstring misuse = env->NewStringUTF("made with an exception pending");
-    env->ExceptionClear();
-    env->DeleteLocalRef(misuse);
-    env->DeleteLocalRef(type);
-}
-
-// Creates count local references and keeps them: the local-reference counter must see them.
-JNIEXPORT jint JNICALL Java_velmar_speech_test_FakeNorvo_localReferencesLeftBy(JNIEnv* env, jclass,
-                                                                              jint count) {
+// Creates count local references and keeps them, and returns how many more this thread holds
+// (the local-reference counter must see them); then makes a JNI call while an exception is
+// pending, a misuse every -Xcheck:jni build reports, and clears the exception so that the Java
+// caller sees nothing wrong.
+JNIEXPORT jint JNICALL Java_velmar_speech_test_FakeNorvo_misuseJni(JNIEnv* env, jclass, jint count) {
     JavaVM* vm = nullptr;
     env->GetJavaVM(&vm);
     const int before = wws_test::liveLocalReferences(vm);
     for (jint i = 0; i < count; ++i) env->NewStringUTF("kept");
-    return wws_test::liveLocalReferences(vm) - before;
+    const int kept = wws_test::liveLocalReferences(vm) - before;
+    env->ThrowNew(env->FindClass("java/lang/IllegalStateException"), "left pending on purpose");
+    env->NewStringUTF("made with an exception pending");
+    env->ExceptionClear();
+    return kept;
 }
 
 // Runs the bridge's JNI_OnLoad again and returns its result.

@@ -9,8 +9,8 @@ public final class FakeNorvo {
     private FakeNorvo() {}
 
     public static native void reset();
-    // id null: every call of op.
-    public static native void setStatus(String op, String id, int status);
+    // Every later call of op returns status.
+    public static native void setStatus(String op, int status);
     public static native void setModelSetAttributes(String modelSetId, String json);
     // Recorded calls of op, each as its arguments joined with '|'.
     public static native String[] calls(String op);
@@ -60,8 +60,7 @@ public final class FakeNorvo {
     // playback) AudioRecord callback on a native thread, as fast as they go; returns when done.
     public static native void deliverBuffers(long address, boolean playback, int buffers,
             int frames);
-    // Makes a JNI call with an exception pending (a misuse -Xcheck:jni reports), then clears it.
-    public static native void callWithExceptionPending();
-    // Creates count local references and keeps them; returns how many more the thread holds.
-    public static native int localReferencesLeftBy(int count);
+    // Creates count local references and keeps them, returning how many more the thread holds;
+    // then makes a JNI call with an exception pending (a misuse -Xcheck:jni reports), cleared.
+    public static native int misuseJni(int count);
 }

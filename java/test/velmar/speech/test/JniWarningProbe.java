@@ -11,7 +11,6 @@ import org.junit.jupiter.api.Test;
 class JniWarningProbe {
     @Test
     void countsLocalReferencesAndTriggersAWarning() {
-        assertEquals(5, FakeNorvo.localReferencesLeftBy(5));
-        FakeNorvo.callWithExceptionPending();
+        assertEquals(5, FakeNorvo.misuseJni(5));
     }
 }

@@ -23,12 +23,9 @@ public final class NativeLog {
     public static native void discard();
     public static native String[] lines();
 
-    public static boolean contains(int priority, String tag, String message) {
-        return Arrays.asList(lines()).contains(priority + " " + tag + ": " + message);
-    }
-
+    // Whether the bridge logged message at priority.
     public static boolean contains(int priority, String message) {
-        return contains(priority, "WakeWordService_JNI", message);
+        return Arrays.asList(lines()).contains(priority + " WakeWordService_JNI: " + message);
     }
 
     // Messages of one priority and tag, in order.

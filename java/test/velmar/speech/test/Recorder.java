@@ -15,19 +15,8 @@ import velmar.speech.wakewordservice.fingerprint.FingerprintResult;
 
 // Records every callback with its arguments and the thread it arrived on.
 public class Recorder implements WakeWordServiceListener {
-    public static final class Event {
-        public final String name;
-        public final Object[] args;
-        public final long threadId;
+    public record Event(String name, Object[] args, long threadId) {}
 
-        Event(String name, Object[] args) {
-            this.name = name;
-            this.args = args;
-            this.threadId = Thread.currentThread().getId();
-        }
-    }
-
-    public final WakeWordServiceListener listener = this;
     private final List<Event> mEvents = new ArrayList<>();
     private final Map<String, LongAdder> mCounts = new ConcurrentHashMap<>();
     // When false, callbacks are only counted (count()), not kept: for runs of unbounded length.
@@ -41,7 +30,7 @@ public class Recorder implements WakeWordServiceListener {
         mCounts.computeIfAbsent(name, key -> new LongAdder()).increment();
         if (keepEvents) {
             synchronized (mEvents) {
-                mEvents.add(new Event(name, args));
+                mEvents.add(new Event(name, args, Thread.currentThread().getId()));
                 mEvents.notifyAll();
             }
         }
@@ -59,7 +48,7 @@ public class Recorder implements WakeWordServiceListener {
         List<Event> found = new ArrayList<>();
         synchronized (mEvents) {
             for (Event e : mEvents) {
-                if (e.name.equals(name)) found.add(e);
+                if (e.name().equals(name)) found.add(e);
             }
         }
         return found;

@@ -2,8 +2,12 @@ package velmar.speech.wakewordservice;
 
 import static org.junit.jupiter.api.Assertions.*;
 
+import java.lang.reflect.Array;
+import java.lang.reflect.Method;
+import java.lang.reflect.Modifier;
 import java.util.Arrays;
-import java.util.function.Supplier;
+import java.util.List;
+import java.util.Map;
 import org.junit.jupiter.api.Test;
 import velmar.speech.test.FakeNorvo;
 import velmar.speech.test.NativeLog;
@@ -25,64 +29,54 @@ class ControlNativesTest extends ServiceHarness {
         return calls[calls.length - 1];
     }
 
-    // A message without a space is the native's name, logged as called before the service.
-    private static Object[] row(Supplier<Object> call, Object value, String... messages) {
-        for (int i = 0; i < messages.length; i++) {
-            if (!messages[i].contains(" ")) messages[i] += " called before createNativeService.";
-        }
-        return new Object[] {call, value, messages};
-    }
+    // The natives whose value or messages without a service are not the rule's (see below);
+    // a message without a space is a name, logged as called before the service.
+    private static final Map<String, List<Object>> NOT_THE_RULE = Map.of(
+            "nSwitchNorvoModel", List.of(-22, "switchNorvoModel", "Error switch Norvo Model. Error=-22"),
+            "nSwitchNttModel", List.of(-22, "switchNttModel", "Error switching NTT Model. Error=-22"),
+            "nSwitchPmaModel", List.of(-22, "switchPmaModel", "Error switch PMA Model. Error=-22"),
+            "nSetFingerprintDatabase", List.of(-22, "setFingerprintDatabase",
+                    "Error setting fingerprint database. Error=-22"),
+            "nSetAedStaticModel", List.of(-22, "setAedStaticModel",
+                    "Error setting AED static directory path. Error=-22"),
+            "nSetAedCustomModel", List.of(-22, "velmar_speech_wakewordservice_WakeWordService_"
+                    + "setAedCustomModel called before getNativeService",
+                    "Error setting AED Custom Sounds config. Error=-22"),
+            "nEnablePlaybackDetector", List.of(0),
+            "nGetWakeWordModelSetAttributes", Arrays.asList(null, "getModelSetAttributes"),
+            "nGetAudioPresenceModelSetAttributes", Arrays.asList(null, "getModelSetAttributes"),
+            "nDestroyNativeService", List.of(false,
+                    "destroyNativeService: native service not created yet"));
 
+    // Every native but create, called with zero arguments: by the rule an int native returns 22,
+    // a boolean false, a long 0, a String null, each after "<name without the n> called before
+    // createNativeService."; a void native says nothing.
     @Test
-    void everyNativeBeforeCreateReturnsItsNotCreatedValueAndSaysWhy() {
-        final Object[][] rows = {
-                row(() -> core.nSetDetectorEnabled(true), 22, "setDetectorEnabled"),
-                row(() -> core.nSetWWDetectionEnabled(true), 22, "setWWDetectionEnabled"),
-                row(() -> core.nSetWWDetectionEnabledForLpm(true, 1), 22,
-                        "setWWDetectionEnabledForLpm"),
-                row(() -> core.nSwitchNorvoModel("/m", new String[] {"A"}), -22, "switchNorvoModel",
-                        "Error switch Norvo Model. Error=-22"),
-                row(() -> core.nInjectWaveFile("/a.wav", false), false, "injectWaveFile"),
-                row(() -> core.nSetNorvoProperty("p", 1), 22, "setNorvoProperty"),
-                row(() -> core.nOnCVEvent("{}", 1), 22, "onCVEvent"),
-                row(() -> core.nOnSpeakerLocalizationEvent("{}", 1, 2), 22,
-                        "onSpeakerLocalizationEvent"),
-                row(() -> core.nSetNorvoAcousticProperty("p", 1), 22, "setNorvoAcousticProperty"),
-                row(() -> core.nSetAudioEventDetectionMode(true), 22, "setAudioEventDetectionMode"),
-                row(() -> core.nSetNttDetectionMode(true, 1), 22, "setNttDetectionMode"),
-                row(() -> core.nSwitchNttModel("/n"), -22, "switchNttModel",
-                        "Error switching NTT Model. Error=-22"),
-                row(() -> core.nSwitchPmaModel("/p"), -22, "switchPmaModel",
-                        "Error switch PMA Model. Error=-22"),
-                row(() -> core.nEnablePlaybackDetector(), 0),
-                row(() -> core.nResetAudioInput(), 22, "resetAudioInput"),
-                row(() -> core.nGetAudioPresenceData(), null, "getAudioPresenceData"),
-                row(() -> core.nGetInputFrameCount(), 0L, "getInputFrameCount"),
-                row(() -> core.nGetInputFrameTime(), 0L, "getInputFrameTime"),
-                row(() -> core.nGetPlaybackFrameCount(), 0L, "getPlaybackFrameCount"),
-                row(() -> core.nSetFingerprintDatabase("/db"), -22, "setFingerprintDatabase",
-                        "Error setting fingerprint database. Error=-22"),
-                row(() -> core.nGetNorvoLibraryAttributes(), null, "getNorvoLibraryAttributes"),
-                row(() -> core.nGetWakeWordModelSetAttributes(), null, "getModelSetAttributes"),
-                row(() -> core.nGetAudioPresenceModelSetAttributes(), null, "getModelSetAttributes"),
-                row(() -> core.nGetNaturalTurnTakingModelSetAttributes(), null,
-                        "getNaturalTurnTakingModelSetAttributes"),
-                row(() -> core.nSetAedStaticModel("/s"), -22, "setAedStaticModel",
-                        "Error setting AED static directory path. Error=-22"),
-                row(() -> core.nSetAedCustomModel("/c"), -22,
-                        "velmar_speech_wakewordservice_WakeWordService_setAedCustomModel called "
-                                + "before getNativeService",
-                        "Error setting AED Custom Sounds config. Error=-22"),
-                row(() -> core.nNotifyTtsState(true), 22, "notifyTtsState"),
-        };
-        for (Object[] r : rows) {
+    void everyNativeBeforeCreateReturnsItsNotCreatedValueAndSaysWhy() throws Exception {
+        for (Method m : NativeWakeWordServiceCore.class.getDeclaredMethods()) {
+            String name = m.getName();
+            if (!Modifier.isNative(m.getModifiers()) || name.equals("nCreateNativeService")
+                    || name.equals("nSetPushDataToPlaybackDetectorEnabled")) {
+                continue;
+            }
+            Class<?> type = m.getReturnType();
+            List<Object> expected = NOT_THE_RULE.getOrDefault(name, type == void.class
+                    ? Arrays.asList((Object) null)
+                    : Arrays.asList(type == int.class ? (Object) 22
+                                    : type == String.class ? null : Array.get(Array.newInstance(type, 1), 0),
+                            Character.toLowerCase(name.charAt(1)) + name.substring(2)));
+            Object[] args = new Object[m.getParameterCount()];
+            for (int i = 0; i < args.length; i++) {
+                Class<?> p = m.getParameterTypes()[i];
+                args[i] = p.isPrimitive() ? Array.get(Array.newInstance(p, 1), 0) : null;
+            }
             NativeLog.start();
-            String[] messages = (String[]) r[2];
-            assertEquals(r[1], ((Supplier<?>) r[0]).get(), Arrays.toString(messages));
-            for (String message : messages) expectMessage(message);
+            assertEquals(expected.get(0), m.invoke(core, args), name);
+            for (Object message : expected.subList(1, expected.size())) {
+                expectMessage(message + (((String) message).contains(" ")
+                        ? "" : " called before createNativeService."));
+            }
         }
-        core.nSetBacklogWatermarks(1, 2);
-        core.nSetNorvoPriorities(3, 4);
         RuntimeException thrown = assertThrows(RuntimeException.class,
                 () -> core.nSetPushDataToPlaybackDetectorEnabled(true));
         assertEquals("setPushDataToPlaybackDetectorEnabled failure", thrown.getMessage());
@@ -107,7 +101,7 @@ class ControlNativesTest extends ServiceHarness {
 
         assertEquals(0, core.nSetFingerprintDatabase("/data/fp.db"));
         assertEquals(INPUT + "|/data/fp.db", last("NorvoDecoder_SetFingerprintDatabase"));
-        FakeNorvo.setStatus("NorvoDecoder_SetFingerprintDatabase", null, 8);
+        FakeNorvo.setStatus("NorvoDecoder_SetFingerprintDatabase", 8);
         assertEquals(8, core.nSetFingerprintDatabase("/data/fp.db"));
         expectMessage("Error setting fingerprint database. Error=8");
         assertEquals(-22, core.nSetFingerprintDatabase(null));
@@ -129,10 +123,10 @@ class ControlNativesTest extends ServiceHarness {
         assertTrue(last("NorvoDecoder_PushNttEvent").startsWith("wws_ntt|0|"));
         assertEquals(-22, core.nOnCVEvent(null, nowMs));
         expectMessage("CV eventJson native string is NULL.");
-        FakeNorvo.setStatus("NorvoDecoder_SetNttConfiguration", null, 6);
+        FakeNorvo.setStatus("NorvoDecoder_SetNttConfiguration", 6);
         assertEquals(6, core.nSetNttDetectionMode(true, 1));
         expectMessage("Error setting NTT detection mode flag. Error=6");
-        FakeNorvo.setStatus("NorvoDecoder_SetNttConfiguration", null, 0);
+        FakeNorvo.setStatus("NorvoDecoder_SetNttConfiguration", 0);
         assertEquals(0, core.nSwitchNttModel("/models/ntt/v2.manifest"));
         assertEquals("WakeWordService_ntt_modelset|/models/ntt/v2.manifest|",
                 last("NorvoModelSet_New"));

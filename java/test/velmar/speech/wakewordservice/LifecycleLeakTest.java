@@ -33,7 +33,7 @@ class LifecycleLeakTest extends ServiceHarness {
         final long start = System.nanoTime();
         for (int i = 0; i < cycles; i++) {
             if (i == cycles / 2) heap = FakeNorvo.nativeHeapInUse();
-            core = new NativeWakeWordServiceCore(recorder.listener);
+            core = new NativeWakeWordServiceCore(recorder);
             assertEquals(0, create(), "cycle " + i);
             assertEquals(0, core.nSetDetectorEnabled(true));
             assertTrue(core.nDestroyNativeService(), "cycle " + i);
@@ -43,7 +43,7 @@ class LifecycleLeakTest extends ServiceHarness {
             FakeNorvo.reset();
             NativeLog.start();
         }
-        core = new NativeWakeWordServiceCore(recorder.listener);
+        core = new NativeWakeWordServiceCore(recorder);
 
         // Nothing native holds on to the destroyed services' Java objects.
         long deadline = System.currentTimeMillis() + 10000;

@@ -90,10 +90,10 @@ class LoadAndCreateTest extends ServiceHarness {
         packageName = null;
         refused(-22, create(), "Unable to get package name.");
         packageName = "p";
-        FakeNorvo.setStatus("NorvoApi_SetLoggingCallback", null, 9);
+        FakeNorvo.setStatus("NorvoApi_SetLoggingCallback", 9);
         refused(9, create(), "Error initializing WakeWordService. Error=9");
         // A later create builds a fresh service.
-        FakeNorvo.setStatus("NorvoApi_SetLoggingCallback", null, 0);
+        FakeNorvo.setStatus("NorvoApi_SetLoggingCallback", 0);
         assertEquals(0, create());
         assertNotEquals(0, nativeInstance());
     }

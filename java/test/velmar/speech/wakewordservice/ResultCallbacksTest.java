@@ -45,8 +45,8 @@ class ResultCallbacksTest extends ServiceHarness {
         assertEquals(0, FakeNorvo.fire(kind, texts, numbers, blob), kind);
         List<Event> events = recorder.await(kind, before + 1);
         assertEquals(before + 1, events.size(), kind);
-        assertNotEquals(Thread.currentThread().getId(), events.get(before).threadId);
-        return events.get(before).args;
+        assertNotEquals(Thread.currentThread().getId(), events.get(before).threadId());
+        return events.get(before).args();
     }
 
     @Test
@@ -68,7 +68,7 @@ class ResultCallbacksTest extends ServiceHarness {
             for (boolean started : new boolean[] {true, false}) {
                 FakeNorvo.fire(kind, null, numbers(started ? 1 : 0), null, FakeNorvo.JAVA);
                 List<Event> events = recorder.named(kind);
-                assertEquals(started, events.get(events.size() - 1).args[0], kind);
+                assertEquals(started, events.get(events.size() - 1).args()[0], kind);
             }
         }
     }
@@ -192,7 +192,7 @@ class ResultCallbacksTest extends ServiceHarness {
         recorder.idleAnswer = 3600;
         assertEquals(3600, FakeNorvo.fire("flIdle", texts("set", "model"), numbers(12), null));
         FederatedLearningIdleDetectionResult r =
-                (FederatedLearningIdleDetectionResult) recorder.named("flIdle").get(0).args[0];
+                (FederatedLearningIdleDetectionResult) recorder.named("flIdle").get(0).args()[0];
         assertTrue(r instanceof WWFederatedLearningIdleDetectionResult);
         assertEquals("set", r.mModelSetId);
         recorder.idleAnswer = -1;  // unanswered: unchanged

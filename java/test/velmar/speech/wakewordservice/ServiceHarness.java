@@ -34,7 +34,7 @@ abstract class ServiceHarness {
         FakeNorvo.reset();
         NativeLog.start();
         recorder = new Recorder();
-        core = new NativeWakeWordServiceCore(recorder.listener);
+        core = new NativeWakeWordServiceCore(recorder);
         audio = new AudioStream(AudioStream.FORMAT_PCM_16_BIT, 16000, 1, 1 << 18);
         oneMic = new AudioStream(AudioStream.FORMAT_PCM_16_BIT, 16000, 1, 1 << 16);
         metadata = new AudioStream(AudioStream.FORMAT_PCM_16_BIT, 16000, 1, 1 << 16);

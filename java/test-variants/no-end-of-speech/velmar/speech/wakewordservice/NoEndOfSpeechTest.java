@@ -22,7 +22,7 @@ class NoEndOfSpeechTest {
         Recorder recorder = new Recorder();
         NativeWakeWordServiceCore core;
         try {
-            core = new NativeWakeWordServiceCore(recorder.listener);  // loads the library now
+            core = new NativeWakeWordServiceCore(recorder);  // loads the library now
         } finally {
             System.setErr(originalErr);
         }
