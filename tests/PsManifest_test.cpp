@@ -55,10 +55,8 @@ TEST(PsManifest, ReadsEveryDirective) {
     EXPECT_EQ("orange bicycle", wake.phrase);
     EXPECT_EQ("1e-25", wake.thresholdText);
     EXPECT_DOUBLE_EQ(1e-25, wake.threshold);
-    EXPECT_FALSE(wake.command);
     EXPECT_EQ(5, wake.line);
     EXPECT_TRUE(manifest.keywords()[1].command);
-    EXPECT_DOUBLE_EQ(1e5, manifest.keywords()[1].threshold);
     ASSERT_EQ(1u, manifest.pronunciations().size());
     EXPECT_EQ("velmar", manifest.pronunciations()[0].word);
     EXPECT_EQ("V EH L M AA R", manifest.pronunciations()[0].phones);

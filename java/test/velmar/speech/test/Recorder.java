@@ -13,9 +13,9 @@ import velmar.speech.wakewordservice.NorvoDMSQuillanMetricData;
 import velmar.speech.wakewordservice.WakeWordServiceListener;
 import velmar.speech.wakewordservice.fingerprint.FingerprintResult;
 
-// Records every callback with its arguments and the thread it arrived on.
+// Records every callback with its arguments.
 public class Recorder implements WakeWordServiceListener {
-    public record Event(String name, Object[] args, long threadId) {}
+    public record Event(String name, Object[] args) {}
 
     private final List<Event> mEvents = new ArrayList<>();
     private final Map<String, LongAdder> mCounts = new ConcurrentHashMap<>();
@@ -30,7 +30,7 @@ public class Recorder implements WakeWordServiceListener {
         mCounts.computeIfAbsent(name, key -> new LongAdder()).increment();
         if (keepEvents) {
             synchronized (mEvents) {
-                mEvents.add(new Event(name, args, Thread.currentThread().getId()));
+                mEvents.add(new Event(name, args));
                 mEvents.notifyAll();
             }
         }
