@@ -55,8 +55,9 @@ using WakeWordServiceLifecycle = wws_test::ServiceTest;
 
 }  // namespace
 
-// Construction alone reaches no engine; the first strong reference initialises.
-TEST_F(WakeWordServiceLifecycle, ConstructionStartsNothing) {
+// Construction alone reaches no engine; the first strong reference initialises. The dump gives
+// the frames heard: the byte counter over the sample size.
+TEST_F(WakeWordServiceLifecycle, ConstructionStartsNothingAndTheDumpCountsFrames) {
     sp<WakeWordService> service;
     {
         WakeWordService* raw = wws_test::constructService(config);
@@ -65,6 +66,10 @@ TEST_F(WakeWordServiceLifecycle, ConstructionStartsNothing) {
     }
     EXPECT_EQ(0, service->mInitStatus);
     EXPECT_FALSE(norvo_fake::calls().empty());
+    std::vector<int16_t> samples(16000);
+    wws_test::deliverInput(*service, samples, samples.size());
+    wws_test::deliverInput(*service, samples, samples.size());
+    EXPECT_EQ("Audio frames read: 16000\n", dumpText(*service));
 }
 
 // A stream that cannot be written fails initialisation with three messages in order, and destroy
@@ -126,14 +131,4 @@ TEST_F(WakeWordServiceLifecycle, LastReferenceStopsCaptureBeforeDeletingTheDecod
     EXPECT_EQ(0, capturingAtDelete);
     EXPECT_EQ(removalOps(), nullRegistrationsSince(mark));
     host::reset();
-}
-
-// The dump gives the frames heard: the byte counter over the sample size.
-TEST_F(WakeWordServiceLifecycle, DumpPrintsFramesOverTheSampleSize) {
-    sp<WakeWordService> service = wws_test::createService(config);
-    std::vector<int16_t> samples(16000);
-    wws_test::deliverInput(*service, samples, samples.size());
-    wws_test::deliverInput(*service, samples, samples.size());
-    EXPECT_EQ("Audio frames read: 16000\n", dumpText(*service));
-
 }

@@ -62,17 +62,14 @@ TEST_F(WakeWordServiceNtt, EnablingLoadsTheSeparateDecoderAndConfiguresIt) {
 
 }
 
-TEST_F(WakeWordServiceNtt, ModesMapToTheirConfigurations) {
+// Modes 0-3 map to configurations 1-4 (after the DISABLED a new decoder first gets); any other
+// mode applies DISABLED and deletes the decoder.
+TEST_F(WakeWordServiceNtt, ModesMapToTheirConfigurationsAndAnInvalidOneDisables) {
     sp<WakeWordService> service = start();
     for (int mode : {0, 1, 2, 3}) EXPECT_EQ(0, service->setNttDetectionMode(true, mode));
     EXPECT_EQ((std::vector<std::string>{"wws_ntt|0", "wws_ntt|1", "wws_ntt|2", "wws_ntt|3",
                                         "wws_ntt|4"}),
               configurations());
-}
-
-TEST_F(WakeWordServiceNtt, InvalidModeAppliesDisabledAndDeletesTheDecoderUnlessPreloaded) {
-    sp<WakeWordService> service = start();
-    ASSERT_EQ(0, service->setNttDetectionMode(true, 1));
     EXPECT_EQ(0, service->setNttDetectionMode(true, 7));
     EXPECT_TRUE(log.contains(ANDROID_LOG_ERROR, kTag,
                              "setNttDetectionMode: Invalid NTT Mode supplied. Setting the Norvo "
