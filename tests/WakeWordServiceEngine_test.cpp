@@ -68,25 +68,10 @@ TEST_F(WakeWordServiceEngine, RegistersInOrderThenBuildsTheModelAndReportsNearMi
               }),
               norvo_fake::callNames());
 
-    // Which function went where: the service's own sinks, and each caller's function unchanged.
-    using norvo_fake::fnText;
-    const std::pair<const char*, std::string> registered[] = {
-            {"NorvoApi_SetLoggingCallback", fnText(&WakeWordService::norvoLoggingCallback)},
-            {"NorvoApi_SetEnumeratedResultCallback", fnText(&wws_test::testEnumeratedResult)},
-            {"NorvoApi_SetJsondataCallback", fnText(&wws_test::testJsondata)},
-            {"NorvoApi_SetLocalCommandEnumeratedResultCallback",
-             fnText(&wws_test::testLocalCommandResult)},
-            {"NorvoApi_SetMetricsCallback", fnText(&WakeWordService::norvoMetricsCallback)},
-            {"NorvoApi_SetDmsMetricsCallback", fnText(&wws_test::testRecordMetrics)},
-            {"NorvoApi_SetDmsQuillanMetricsCallback", fnText(&wws_test::testRecordQuillanMetrics)},
-            {"NorvoApi_SetFederatedLearningEventCallback",
-             fnText(&wws_test::testFederatedLearningEvent)},
-            {"NorvoApi_SetFederatedLearningUnsecuredEventCallback",
-             fnText(&wws_test::testFederatedLearningUnsecured)},
-            {"NorvoApi_SetFederatedLearningIdleDetectionCallback",
-             fnText(&wws_test::testFederatedLearningIdle)},
-    };
-    for (const auto& each : registered) EXPECT_EQ(each.second, argOf(each.first)) << each.first;
+    // Which caller's function went where is ResultCallbacksTest's (each kind fired through the
+    // engine reaches its own Java method); the logging sink is checked below by its lines.
+    EXPECT_EQ(norvo_fake::fnText(&WakeWordService::norvoMetricsCallback),
+              argOf("NorvoApi_SetMetricsCallback"));
     EXPECT_EQ("3600", argOf("NorvoApi_SetLocalTimeOffset"));
     const std::string device =
             "{ \"build_type\":\"user\", \"build_display_id\":\"VM1.2\", "
