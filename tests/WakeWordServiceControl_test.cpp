@@ -34,8 +34,10 @@ using WakeWordServiceControl = wws_test::ServiceTest;
 }  // namespace
 
 // A capture that cannot start leaves detection off; once it starts, repeated switches change
-// nothing.
+// nothing. Asked to, the recording takes the platform's minimum frame count.
 TEST_F(WakeWordServiceControl, DetectorSwitchStartsAndStopsCaptureOnce) {
+    config.audioRecordFrameCount = -1;
+    host::setMinFrameCount(160);
     sp<WakeWordService> service = wws_test::createService(config);
     EXPECT_EQ(0, host::recordingsCreated(AUDIO_SOURCE_HOTWORD));  // nothing runs after init
     host::failNextThreadCreation("AudioRecordInput");
@@ -49,6 +51,7 @@ TEST_F(WakeWordServiceControl, DetectorSwitchStartsAndStopsCaptureOnce) {
     EXPECT_TRUE(wws_test::waitFor([] { return host::activeRecordings(AUDIO_SOURCE_HOTWORD) == 1; }));
     EXPECT_EQ(0, service->setDetectorEnabled(true));  // unchanged: nothing more happens
     EXPECT_EQ(1, host::recordingsCreated(AUDIO_SOURCE_HOTWORD));
+    EXPECT_EQ(160u, host::lastRecording(AUDIO_SOURCE_HOTWORD)->frameCount());
     EXPECT_EQ(1u, log.count("Enabling wake word detection."));
     int64_t frames = 0;
     EXPECT_TRUE(wws_test::waitFor([&] { return service->getInputFrameCount(frames) == 0 && frames > 0; }));

@@ -57,15 +57,16 @@ TEST_F(WakeWordServiceInput, EachLayoutReachesItsStreamsAndTheDecoder) {
         wws_test::deliverInput(*service, frames, 160);
         wws_test::deliverInput(*service, frames, 160);
 
+        auto twice = [](std::vector<int16_t> once) {
+            std::vector<int16_t> both = once;
+            both.insert(both.end(), once.begin(), once.end());
+            return both;
+        };
         std::vector<int16_t> heard = c.channels == 2 ? channel(frames, 2, 0) : frames;
-        std::vector<int16_t> twice = heard;
-        twice.insert(twice.end(), heard.begin(), heard.end());
-        EXPECT_EQ(twice, wws_test::drain(main));
-        EXPECT_EQ(twice, norvo_fake::pushedSamples(kInput));
-        std::vector<int16_t> split = channel(frames, 2, 1);
-        std::vector<int16_t> splitTwice = split;
-        splitTwice.insert(splitTwice.end(), split.begin(), split.end());
-        EXPECT_EQ(c.channels == 2 ? splitTwice : std::vector<int16_t>(), wws_test::drain(oneMic));
+        EXPECT_EQ(twice(heard), wws_test::drain(main));
+        EXPECT_EQ(twice(heard), norvo_fake::pushedSamples(kInput));
+        EXPECT_EQ(c.channels == 2 ? twice(channel(frames, 2, 1)) : std::vector<int16_t>(),
+                  wws_test::drain(oneMic));
         const unsigned samples = static_cast<unsigned>(heard.size());
         EXPECT_EQ((std::vector<std::string>{sampleEvent(samples, 0), sampleEvent(samples, 160)}),
                   norvo_fake::pushedMetadata(kInput));

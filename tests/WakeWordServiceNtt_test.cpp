@@ -45,10 +45,8 @@ class WakeWordServiceNtt : public wws_test::ServiceTest {
 
 TEST_F(WakeWordServiceNtt, EnablingLoadsTheSeparateDecoderAndConfiguresIt) {
     sp<WakeWordService> service = start();
-    ASSERT_FALSE(service->mNttDecoderReady);
+    ASSERT_FALSE(norvo_fake::decoder(kNtt, nullptr));
     EXPECT_EQ(0, service->setNttDetectionMode(true, 2));
-    EXPECT_TRUE(service->mNttDecoderReady);
-    EXPECT_TRUE(service->mNttDetectionEnabled);
     EXPECT_EQ("/models/ntt/norvo.manifest", manifestOf(kNttSet));
     norvo_fake::DecoderInfo decoder;
     ASSERT_TRUE(norvo_fake::decoder(kNtt, &decoder));
