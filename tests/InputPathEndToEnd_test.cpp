@@ -22,13 +22,12 @@ void expectContinuousIndices(const std::vector<std::string>& metadata) {
     }
 }
 
+using InputPathEndToEnd = wws_test::ServiceTest;
+
 }  // namespace
 
-TEST(InputPathEndToEnd, InjectedFileReachesTheDecoderAndTheMirror) {
-    norvo_fake::reset();
-    ServiceConfig config;
-    sp<WakeWordService> service = wws_test::createService(config);
-    ASSERT_EQ(0, service->mInitStatus);
+TEST_F(InputPathEndToEnd, InjectedFileReachesTheDecoderAndTheMirror) {
+    sp<WakeWordService> service = start();
     auto mirror = wws_test::readerAtEnd(config.audioStream);
     std::vector<int16_t> file = wws_test::rampSamples(16050, -8000);
     std::string path = wws_test::writeWav("utterance.wav", file, 16000);
@@ -50,18 +49,13 @@ TEST(InputPathEndToEnd, InjectedFileReachesTheDecoderAndTheMirror) {
     expectContinuousIndices(metadata);
 }
 
-TEST(InputPathEndToEnd, FrameCountFailureAbortsInitialisation) {
-    norvo_fake::reset();
-    host::reset();
+TEST_F(InputPathEndToEnd, FrameCountFailureAbortsInitialisation) {
     host::setMinFrameCount(0, android::NO_INIT);
-    ServiceConfig config;
     config.audioRecordFrameCount = -1;
-    wws_test::LogCapture log;
     sp<WakeWordService> service = wws_test::createService(config);
     EXPECT_EQ(android::NO_INIT, service->mInitStatus);
     EXPECT_TRUE(log.contains(ANDROID_LOG_ERROR, "WakeWordService",
                              "Error initializing AudioRecord. (-19)"));
     EXPECT_EQ(nullptr, service->mAudioInput);
     EXPECT_TRUE(norvo_fake::callsOf("NorvoModelSet_New").empty());
-    host::reset();
 }

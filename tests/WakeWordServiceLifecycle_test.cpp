@@ -113,9 +113,6 @@ TEST_F(WakeWordServiceLifecycle, DestroyRemovesCallbacksInOrderAndLogsEachFailur
 // Teardown stops the capture before it deletes the decoders: no buffer may reach a decoder that
 // is going away, and the last reference runs the whole sequence.
 TEST_F(WakeWordServiceLifecycle, LastReferenceStopsCaptureBeforeDeletingTheDecoders) {
-    host::reset();
-    host::attachSource(AUDIO_SOURCE_HOTWORD,
-                       new host::GeneratedPcm([](uint64_t, uint32_t) { return 0; }));
     sp<WakeWordService> service = wws_test::createService(config);
     ASSERT_EQ(0, service->setDetectorEnabled(true));
     int64_t frames = 0;
@@ -130,5 +127,4 @@ TEST_F(WakeWordServiceLifecycle, LastReferenceStopsCaptureBeforeDeletingTheDecod
     service.clear();
     EXPECT_EQ(0, capturingAtDelete);
     EXPECT_EQ(removalOps(), nullRegistrationsSince(mark));
-    host::reset();
 }
