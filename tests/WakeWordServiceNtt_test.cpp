@@ -83,8 +83,6 @@ TEST_F(WakeWordServiceNtt, UnifiedModelTakesConfigurationAndVisionEventsItself) 
     norvo_fake::setModelSetAttributes("WakeWordService_modelset", kUnified);
     config.preloadNttModel = true;  // never a separate decoder with a unified model
     sp<WakeWordService> service = start();
-    ASSERT_TRUE(service->mNttSupportedInWwModel);
-    EXPECT_FALSE(service->mNttDecoderReady);
     EXPECT_EQ(0, service->setNttDetectionMode(true, 3));
     EXPECT_EQ(0, service->setNttDetectionMode(false, 3));
     EXPECT_FALSE(norvo_fake::decoder(kNtt, nullptr));
@@ -120,7 +118,9 @@ TEST_F(WakeWordServiceNtt, VisionEventsArePlacedWhereTheyHappenedInTheInput) {
               nttEvents().back());
 }
 
-TEST_F(WakeWordServiceNtt, FailedSwitchRestoresThePreviousModel) {
+// Teardown then deletes the decoder, its model set and its result callback.
+TEST_F(WakeWordServiceNtt, FailedSwitchRestoresThePreviousModelAndTeardownDeletesIt) {
+    config.nttEnabled = true;
     config.preloadNttModel = true;
     sp<WakeWordService> service = start();
     ASSERT_TRUE(service->mNttDecoderReady);
@@ -135,13 +135,6 @@ TEST_F(WakeWordServiceNtt, FailedSwitchRestoresThePreviousModel) {
     // Deleted twice: the old model set, then the new one that has no decoder.
     EXPECT_EQ(2u, norvo_fake::callsOf("NorvoModelSet_Delete").size());
 
-}
-
-TEST_F(WakeWordServiceNtt, TeardownDeletesTheDecoderAndItsResultCallback) {
-    config.nttEnabled = true;
-    config.preloadNttModel = true;
-    sp<WakeWordService> service = start();
-    ASSERT_TRUE(service->mNttDecoderReady);
     service.clear();
     EXPECT_FALSE(norvo_fake::decoder(kNtt, nullptr));
     EXPECT_FALSE(norvo_fake::modelSet(kNttSet, nullptr));
