@@ -37,7 +37,8 @@ class WakeWordServiceEngine : public wws_test::ServiceTest {
 
 }  // namespace
 
-// The build and device properties reach the engine as look-ahead metadata.
+// Setup registers with the engine in order, builds the model and reports near-miss; the build and
+// device properties reach the engine as look-ahead metadata; the engine logs through the service.
 TEST_F(WakeWordServiceEngine, RegistersInOrderThenBuildsTheModelAndReportsNearMiss) {
     android::base::SetProperty("ro.build.type", "user");
     android::base::SetProperty("ro.build.display.id", "VM1.2");
@@ -88,6 +89,26 @@ TEST_F(WakeWordServiceEngine, RegistersInOrderThenBuildsTheModelAndReportsNearMi
     EXPECT_EQ((std::vector<std::string>{"WakeWordService_input_decoder", "1", "NearMissEnabled",
                                         "0"}),
               norvo_fake::callsOf("NorvoDecoder_PushClientEvents").at(1).args);
+
+    // Engine lines go out under the service's tag at the priority of their level (0-7), as they
+    // are: a line is never used as a format.
+    log.clear();
+    const int priorities[] = {ANDROID_LOG_INFO, ANDROID_LOG_FATAL, ANDROID_LOG_ERROR,
+                              ANDROID_LOG_WARN, ANDROID_LOG_INFO,  ANDROID_LOG_DEBUG,
+                              ANDROID_LOG_VERBOSE, ANDROID_LOG_INFO};
+    std::vector<std::string> expected;
+    for (int level = 0; level < 8; ++level) {
+        norvo_fake::emitLog(level, "line " + std::to_string(level) + " 100% %s");
+        expected.push_back(std::to_string(priorities[level]) + " " + kTag + " line " +
+                           std::to_string(level) + " 100% %s");
+    }
+    // Only this thread's lines: the service's own threads may log at any moment.
+    std::vector<std::string> lines;
+    for (const wws_test::LogLine& line : log.lines()) {
+        if (line.thread != std::this_thread::get_id()) continue;
+        lines.push_back(std::to_string(line.priority) + " " + line.tag + " " + line.message);
+    }
+    EXPECT_EQ(expected, lines);
 }
 
 TEST_F(WakeWordServiceEngine, EachRegistrationFailureStopsSetupWithItsMessage) {
@@ -171,27 +192,4 @@ TEST_F(WakeWordServiceEngine, WhichLaterFailuresFailSetup) {
         EXPECT_EQ(c.status != NORVO_ERROR_FATAL || c.op != std::string("NorvoModelSet_New"),
                   !pushes.empty() && pushes.back().args[2] == "NearMissEnabled");
     }
-}
-
-// Engine lines go out under the service's tag at the priority of their level (0-7), as they are:
-// a line is never used as a format.
-TEST_F(WakeWordServiceEngine, EngineLogLevelsMapToAndroidPriorities) {
-    sp<WakeWordService> service = wws_test::createService(config);
-    log.clear();
-    const int priorities[] = {ANDROID_LOG_INFO, ANDROID_LOG_FATAL, ANDROID_LOG_ERROR,
-                              ANDROID_LOG_WARN, ANDROID_LOG_INFO,  ANDROID_LOG_DEBUG,
-                              ANDROID_LOG_VERBOSE, ANDROID_LOG_INFO};
-    std::vector<std::string> expected;
-    for (int level = 0; level < 8; ++level) {
-        norvo_fake::emitLog(level, "line " + std::to_string(level) + " 100% %s");
-        expected.push_back(std::to_string(priorities[level]) + " " + kTag + " line " +
-                           std::to_string(level) + " 100% %s");
-    }
-    // Only this thread's lines: the service's own threads may log at any moment.
-    std::vector<std::string> lines;
-    for (const wws_test::LogLine& line : log.lines()) {
-        if (line.thread != std::this_thread::get_id()) continue;
-        lines.push_back(std::to_string(line.priority) + " " + line.tag + " " + line.message);
-    }
-    EXPECT_EQ(expected, lines);
 }
