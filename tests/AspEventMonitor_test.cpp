@@ -105,7 +105,10 @@ class AspEventMonitorTest : public testing::Test {
 
 }  // namespace
 
+// The hold is measured on a 32-bit millisecond clock that wraps 4096 ms after the first event,
+// between the second event and the end of its hold.
 TEST_F(AspEventMonitorTest, ActiveSignalHoldsOneForFourSecondsAfterTheLastOne) {
+    clock->now = 0xFFFFF000u;
     startRegistered();
     send(2, kActive);
     EXPECT_EQ((std::vector<int64_t>{0, 1}), reports.values());
@@ -121,16 +124,6 @@ TEST_F(AspEventMonitorTest, ActiveSignalHoldsOneForFourSecondsAfterTheLastOne) {
     EXPECT_EQ("AspEventHandler", reports.all()[3].thread);
     clock->advance(10000);
     EXPECT_TRUE(staysAt(4));
-}
-
-TEST_F(AspEventMonitorTest, HoldEndsOnTimeAcrossTheClocksWrap) {
-    clock->now = 0xFFFFF000u;  // 4096 ms before the 32-bit millisecond clock wraps
-    startRegistered();
-    send(2, kActive);
-    clock->advance(3000);
-    EXPECT_TRUE(staysAt(2));
-    clock->advance(2000);  // past the wrap, 5000 ms after the event
-    EXPECT_TRUE(wws_test::waitFor([&] { return reports.count() == 3; }));
 }
 
 TEST_F(AspEventMonitorTest, OnlyEventTwoWithAFourByteZeroCounts) {

@@ -40,47 +40,44 @@ void expectRealTime(WakeWordService& service, size_t frames, int buffers, bool p
 
 class AudioPathRealTime : public testing::Test {
   protected:
-    void SetUp() override {
-        norvo_fake::reset();
-        norvo_fake::setAudioPushesIgnored(true);
-    }
     void TearDown() override { norvo_fake::reset(); }
 };
 
 }  // namespace
 
-TEST_F(AudioPathRealTime, MonoAndThreeChannelMicrophoneBuffers) {
-    for (bool threeChannels : {false, true}) {
-        SCOPED_TRACE(threeChannels);
+// Each configuration with the buffer sizes (frames, buffers) it is fed; every buffer fed is
+// accepted and counted.
+TEST_F(AudioPathRealTime, MicrophoneAndPlaybackBuffers) {
+    const size_t bound = WakeWordService::kMaxFramesPerBuffer;
+    struct Case {
+        const char* name;
+        bool threeChannels, oneMic, playback;
+        std::vector<std::pair<size_t, int>> feeds;
+    } cases[] = {
+            {"mono", false, false, false, {{160, 1000}, {480, 1000}, {1600, 1000}}},
+            {"three channels", true, false, false, {{160, 1000}, {480, 1000}, {1600, 1000}}},
+            {"one mic up to the bound", false, true, false, {{160, 1000}, {bound, 20}}},
+            {"playback", false, false, true, {{160, 1000}, {256, 1000}, {1600, 1000}}},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.name);
+        norvo_fake::reset();
+        norvo_fake::setAudioPushesIgnored(true);
         ServiceConfig config;
-        config.threeChannelInput = threeChannels;
+        config.threeChannelInput = c.threeChannels;
+        config.oneMicEnabled = c.oneMic;
+        if (c.oneMic) config.oneMicAudioStream = wws_test::makeStream();
+        config.playbackViaAudioRecord = c.playback;
         sp<WakeWordService> service = wws_test::createService(config);
         ASSERT_EQ(0, service->mInitStatus);
-        for (size_t frames : {160u, 480u, 1600u}) expectRealTime(*service, frames, 1000);
-        // Every buffer above was accepted and counted.
-        EXPECT_EQ(1001u * (160 + 480 + 1600), service->mInputFrameCount);
+        ASSERT_EQ(c.playback, service->mPlaybackModelReady.load());
+        uint64_t fed = 0;
+        for (const auto& feed : c.feeds) {
+            expectRealTime(*service, feed.first, feed.second, c.playback);
+            fed += (feed.second + 1u) * feed.first;  // with the warm-up buffer
+        }
+        EXPECT_EQ(fed, c.playback ? service->mPlaybackFrameCount : service->mInputFrameCount);
     }
-}
-
-TEST_F(AudioPathRealTime, OneMicSplitUpToTheBound) {
-    ServiceConfig config;
-    config.oneMicEnabled = true;
-    config.oneMicAudioStream = wws_test::makeStream();
-    sp<WakeWordService> service = wws_test::createService(config);
-    ASSERT_EQ(0, service->mInitStatus);
-    expectRealTime(*service, 160, 1000);
-    expectRealTime(*service, WakeWordService::kMaxFramesPerBuffer, 20);
-    EXPECT_EQ(1001u * 160 + 21u * WakeWordService::kMaxFramesPerBuffer, service->mInputFrameCount);
-}
-
-TEST_F(AudioPathRealTime, PlaybackBuffersToThePlaybackDecoder) {
-    ServiceConfig config;
-    config.playbackViaAudioRecord = true;
-    sp<WakeWordService> service = wws_test::createService(config);
-    ASSERT_EQ(0, service->mInitStatus);
-    ASSERT_TRUE(service->mPlaybackModelReady);
-    for (size_t frames : {160u, 256u, 1600u}) expectRealTime(*service, frames, 1000, true);
-    EXPECT_EQ(1001u * (160 + 256 + 1600), service->mPlaybackFrameCount);
 }
 
 #ifdef WWS_COUNT_LOCKS

@@ -177,25 +177,9 @@ TEST_F(PlaybackMonitorTest, SearchesConnectsAndSurvivesTheServicesDeath) {
     EXPECT_TRUE(flows(second));
 }
 
-TEST_F(PlaybackMonitorTest, StopAfterConnectingEndsTheReaderAndIgnoresALaterDeath) {
-    Published published;
-    publish(published);
-    monitor->startMonitor();
-    ASSERT_TRUE(flows(published));
-    monitor->stopMonitor();
-    EXPECT_TRUE(wws_test::waitFor([] { return wws_test::threadsNamed("AudioStreamRead") == 0; }));
-    const size_t before = blocks.samples();
-    published.write(512);
-    EXPECT_FALSE(wws_test::waitFor([&] { return blocks.samples() > before; },
-                                   std::chrono::milliseconds(100)));
-    ASSERT_TRUE(host::killService("playbackstream"));
-    host::flushBinderThread();
-    EXPECT_FALSE(monitor->isRunning());
-    EXPECT_FALSE(log.contains("onServiceDisconnected"));
-}
-
-// A block being handed over when the monitor stops is the last: stopMonitor() waits for it.
-TEST_F(PlaybackMonitorTest, StopWaitsForABlockInTheCallback) {
+// A block being handed over when the monitor stops is the last: stopMonitor() waits for it, the
+// reader ends, and a later death of the service starts nothing.
+TEST_F(PlaybackMonitorTest, StopWaitsForABlockInTheCallbackThenIgnoresADeath) {
     struct Gate {
         std::mutex lock;
         std::condition_variable changed;
@@ -231,4 +215,9 @@ TEST_F(PlaybackMonitorTest, StopWaitsForABlockInTheCallback) {
     }
     stopper.join();
     EXPECT_TRUE(stopped);
+    EXPECT_TRUE(wws_test::waitFor([] { return wws_test::threadsNamed("AudioStreamRead") == 0; }));
+    ASSERT_TRUE(host::killService("playbackstream"));
+    host::flushBinderThread();
+    EXPECT_FALSE(gated->isRunning());
+    EXPECT_FALSE(log.contains("onServiceDisconnected"));
 }

@@ -1,13 +1,14 @@
 // The input audio path: what each decoder and each mirror stream receives for mono, one-mic and
 // three-channel input, the frame bound, the drop rules, test mode, the fan-out order and the fatal
 // engine status.
+#include <algorithm>
+#include <atomic>
 #include <cstdlib>
 #include <numeric>
 #include <thread>
 
 #include "ServiceTest.h"
 #include "TestMediaSources.h"
-#include "WavFile.h"
 
 namespace {
 
@@ -56,15 +57,16 @@ TEST_F(WakeWordServiceInput, EachLayoutReachesItsStreamsAndTheDecoder) {
         wws_test::deliverInput(*service, frames, 160);
         wws_test::deliverInput(*service, frames, 160);
 
+        auto twice = [](std::vector<int16_t> once) {
+            std::vector<int16_t> both = once;
+            both.insert(both.end(), once.begin(), once.end());
+            return both;
+        };
         std::vector<int16_t> heard = c.channels == 2 ? channel(frames, 2, 0) : frames;
-        std::vector<int16_t> twice = heard;
-        twice.insert(twice.end(), heard.begin(), heard.end());
-        EXPECT_EQ(twice, wws_test::drain(main));
-        EXPECT_EQ(twice, norvo_fake::pushedSamples(kInput));
-        std::vector<int16_t> split = channel(frames, 2, 1);
-        std::vector<int16_t> splitTwice = split;
-        splitTwice.insert(splitTwice.end(), split.begin(), split.end());
-        EXPECT_EQ(c.channels == 2 ? splitTwice : std::vector<int16_t>(), wws_test::drain(oneMic));
+        EXPECT_EQ(twice(heard), wws_test::drain(main));
+        EXPECT_EQ(twice(heard), norvo_fake::pushedSamples(kInput));
+        EXPECT_EQ(c.channels == 2 ? twice(channel(frames, 2, 1)) : std::vector<int16_t>(),
+                  wws_test::drain(oneMic));
         const unsigned samples = static_cast<unsigned>(heard.size());
         EXPECT_EQ((std::vector<std::string>{sampleEvent(samples, 0), sampleEvent(samples, 160)}),
                   norvo_fake::pushedMetadata(kInput));
@@ -133,51 +135,64 @@ TEST_F(WakeWordServiceInput, BuffersWithoutModelOrWriterAreNotCounted) {
     EXPECT_TRUE(norvo_fake::pushedMetadata(kInput).empty());
 }
 
-TEST_F(WakeWordServiceInput, TestModeSilencesTheMicrophoneButNotInjection) {
-    sp<WakeWordService> service = start();
-    velmar::gTestMode = true;
-    std::vector<int16_t> samples = interleaved(320, 1);
-    wws_test::deliverInput(*service, samples, 320);
-    EXPECT_EQ(std::vector<int16_t>(320, 0), norvo_fake::pushedSamples(kInput));
-
-    std::vector<int16_t> injected = interleaved(128, 1);
-    WakeWordService::injectorCallbackFn(service.get(), injected.data(), 128, false);
-    std::vector<int16_t> pushed = norvo_fake::pushedSamples(kInput);
-    EXPECT_EQ(injected, std::vector<int16_t>(pushed.begin() + 320, pushed.end()));
-    EXPECT_EQ(448u, service->mInputFrameCount);
-}
-
-TEST_F(WakeWordServiceInput, InjectedMonoIsCopiedIntoEveryChannel) {
+// Injected mono blocks are copied into every channel and, unlike the microphone, are not silenced
+// in test mode (which zeroes one sample per frame: the first third of a three-channel buffer);
+// playback-flagged blocks never touch the input counter.
+TEST_F(WakeWordServiceInput, InjectedMonoFillsEveryChannelAndIsNotSilencedInTestMode) {
     config.threeChannelInput = true;
     sp<WakeWordService> service = start();
     auto mirror = wws_test::readerAtEnd(config.audioStream);
+    velmar::gTestMode = true;
+    std::vector<int16_t> microphone = interleaved(160, 3);
+    wws_test::deliverInput(*service, microphone, 160);
     std::vector<int16_t> mono = interleaved(128, 1);
     WakeWordService::injectorCallbackFn(service.get(), mono.data(), 128, false);
-    std::vector<int16_t> expected;
+    std::vector<int16_t> expected = microphone;
+    std::fill(expected.begin(), expected.begin() + 160, 0);
     for (int16_t s : mono) expected.insert(expected.end(), {s, s, s});
     EXPECT_EQ(expected, norvo_fake::pushedSamples(kInput));
     EXPECT_EQ(expected, wws_test::drain(mirror));
-    EXPECT_EQ((std::vector<std::string>{sampleEvent(384, 0)}), norvo_fake::pushedMetadata(kInput));
-
-    // Playback-flagged blocks never touch the input counter.
+    EXPECT_EQ((std::vector<std::string>{sampleEvent(480, 0), sampleEvent(384, 160)}),
+              norvo_fake::pushedMetadata(kInput));
     WakeWordService::injectorCallbackFn(service.get(), mono.data(), 128, true);
-    EXPECT_EQ(128u, service->mInputFrameCount);
+    EXPECT_EQ(288u, service->mInputFrameCount);
 }
 
-TEST_F(WakeWordServiceInput, MicrophoneIsIgnoredWhileAFileIsInjected) {
+// While a file is injected on a path, that path's live audio is neither counted nor pushed; the
+// file reaches the path's decoder, the other path's counter stays, and live audio counts again
+// once the file is done.
+TEST_F(WakeWordServiceInput, LiveAudioIsIgnoredWhileAFileIsInjectedOnItsPath) {
+    config.playbackViaAudioRecord = true;
     sp<WakeWordService> service = start();
-    sp<wws_test::GatedSource> file = new wws_test::GatedSource(interleaved(256, 1, -3000));
-    ASSERT_EQ(0, service->mInjector->doPushInRealTime(file, false));
-    std::vector<int16_t> samples = interleaved(320, 1);
-    wws_test::deliverInput(*service, samples, 320);
-    EXPECT_EQ(0u, service->mInputFrameCount);
-    EXPECT_TRUE(norvo_fake::pushedMetadata(kInput).empty());
+    for (bool playback : {false, true}) {
+        SCOPED_TRACE(playback ? "playback" : "input");
+        const char* decoder = playback ? kPlayback : kInput;
+        const std::atomic<uint64_t>& frames =
+                playback ? service->mPlaybackFrameCount : service->mInputFrameCount;
+        const std::atomic<uint64_t>& other =
+                playback ? service->mInputFrameCount : service->mPlaybackFrameCount;
+        const uint64_t otherBefore = other;
+        std::vector<int16_t> file = interleaved(256, 1, -3000);
+        sp<wws_test::GatedSource> source = new wws_test::GatedSource(file);
+        ASSERT_EQ(0, service->mInjector->doPushInRealTime(source, playback));
+        std::vector<int16_t> live = interleaved(320, 1);
+        auto deliverLive = [&] {
+            if (playback) wws_test::deliverPlayback(*service, live);
+            else wws_test::deliverInput(*service, live, 320);
+        };
+        deliverLive();
+        // Live playback from a stream is ignored the same way.
+        if (playback) WakeWordService::playbackAudioCallbackFn(service.get(), live.data(), 320, 0);
+        EXPECT_EQ(0u, frames);
+        EXPECT_TRUE(norvo_fake::pushedMetadata(decoder).empty());
 
-    file->open();
-    ASSERT_TRUE(wws_test::waitFor([&] { return !service->mInjector->isInjecting(); }));
-    EXPECT_EQ(interleaved(256, 1, -3000), norvo_fake::pushedSamples(kInput));
-    wws_test::deliverInput(*service, samples, 320);
-    EXPECT_EQ(256u + 320u, service->mInputFrameCount);
+        source->open();
+        ASSERT_TRUE(wws_test::waitFor([&] { return !service->mInjector->isInjecting(); }));
+        EXPECT_EQ(file, norvo_fake::pushedSamples(decoder));
+        EXPECT_EQ(otherBefore, other);
+        deliverLive();
+        EXPECT_EQ(256u + 320u, frames);
+    }
 }
 
 // An injected block that arrives while a microphone buffer is being pushed waits until that buffer

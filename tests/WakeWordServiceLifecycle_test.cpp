@@ -55,8 +55,9 @@ using WakeWordServiceLifecycle = wws_test::ServiceTest;
 
 }  // namespace
 
-// Construction alone reaches no engine; the first strong reference initialises.
-TEST_F(WakeWordServiceLifecycle, ConstructionStartsNothing) {
+// Construction alone reaches no engine; the first strong reference initialises. The dump gives
+// the frames heard: the byte counter over the sample size.
+TEST_F(WakeWordServiceLifecycle, ConstructionStartsNothingAndTheDumpCountsFrames) {
     sp<WakeWordService> service;
     {
         WakeWordService* raw = wws_test::constructService(config);
@@ -65,6 +66,10 @@ TEST_F(WakeWordServiceLifecycle, ConstructionStartsNothing) {
     }
     EXPECT_EQ(0, service->mInitStatus);
     EXPECT_FALSE(norvo_fake::calls().empty());
+    std::vector<int16_t> samples(16000);
+    wws_test::deliverInput(*service, samples, samples.size());
+    wws_test::deliverInput(*service, samples, samples.size());
+    EXPECT_EQ("Audio frames read: 16000\n", dumpText(*service));
 }
 
 // A stream that cannot be written fails initialisation with three messages in order, and destroy
@@ -108,9 +113,6 @@ TEST_F(WakeWordServiceLifecycle, DestroyRemovesCallbacksInOrderAndLogsEachFailur
 // Teardown stops the capture before it deletes the decoders: no buffer may reach a decoder that
 // is going away, and the last reference runs the whole sequence.
 TEST_F(WakeWordServiceLifecycle, LastReferenceStopsCaptureBeforeDeletingTheDecoders) {
-    host::reset();
-    host::attachSource(AUDIO_SOURCE_HOTWORD,
-                       new host::GeneratedPcm([](uint64_t, uint32_t) { return 0; }));
     sp<WakeWordService> service = wws_test::createService(config);
     ASSERT_EQ(0, service->setDetectorEnabled(true));
     int64_t frames = 0;
@@ -125,15 +127,4 @@ TEST_F(WakeWordServiceLifecycle, LastReferenceStopsCaptureBeforeDeletingTheDecod
     service.clear();
     EXPECT_EQ(0, capturingAtDelete);
     EXPECT_EQ(removalOps(), nullRegistrationsSince(mark));
-    host::reset();
-}
-
-// The dump gives the frames heard: the byte counter over the sample size.
-TEST_F(WakeWordServiceLifecycle, DumpPrintsFramesOverTheSampleSize) {
-    sp<WakeWordService> service = wws_test::createService(config);
-    std::vector<int16_t> samples(16000);
-    wws_test::deliverInput(*service, samples, samples.size());
-    wws_test::deliverInput(*service, samples, samples.size());
-    EXPECT_EQ("Audio frames read: 16000\n", dumpText(*service));
-
 }

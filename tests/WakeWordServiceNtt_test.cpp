@@ -45,10 +45,8 @@ class WakeWordServiceNtt : public wws_test::ServiceTest {
 
 TEST_F(WakeWordServiceNtt, EnablingLoadsTheSeparateDecoderAndConfiguresIt) {
     sp<WakeWordService> service = start();
-    ASSERT_FALSE(service->mNttDecoderReady);
+    ASSERT_FALSE(norvo_fake::decoder(kNtt, nullptr));
     EXPECT_EQ(0, service->setNttDetectionMode(true, 2));
-    EXPECT_TRUE(service->mNttDecoderReady);
-    EXPECT_TRUE(service->mNttDetectionEnabled);
     EXPECT_EQ("/models/ntt/norvo.manifest", manifestOf(kNttSet));
     norvo_fake::DecoderInfo decoder;
     ASSERT_TRUE(norvo_fake::decoder(kNtt, &decoder));
@@ -62,17 +60,14 @@ TEST_F(WakeWordServiceNtt, EnablingLoadsTheSeparateDecoderAndConfiguresIt) {
 
 }
 
-TEST_F(WakeWordServiceNtt, ModesMapToTheirConfigurations) {
+// Modes 0-3 map to configurations 1-4 (after the DISABLED a new decoder first gets); any other
+// mode applies DISABLED and deletes the decoder.
+TEST_F(WakeWordServiceNtt, ModesMapToTheirConfigurationsAndAnInvalidOneDisables) {
     sp<WakeWordService> service = start();
     for (int mode : {0, 1, 2, 3}) EXPECT_EQ(0, service->setNttDetectionMode(true, mode));
     EXPECT_EQ((std::vector<std::string>{"wws_ntt|0", "wws_ntt|1", "wws_ntt|2", "wws_ntt|3",
                                         "wws_ntt|4"}),
               configurations());
-}
-
-TEST_F(WakeWordServiceNtt, InvalidModeAppliesDisabledAndDeletesTheDecoderUnlessPreloaded) {
-    sp<WakeWordService> service = start();
-    ASSERT_EQ(0, service->setNttDetectionMode(true, 1));
     EXPECT_EQ(0, service->setNttDetectionMode(true, 7));
     EXPECT_TRUE(log.contains(ANDROID_LOG_ERROR, kTag,
                              "setNttDetectionMode: Invalid NTT Mode supplied. Setting the Norvo "
@@ -88,8 +83,6 @@ TEST_F(WakeWordServiceNtt, UnifiedModelTakesConfigurationAndVisionEventsItself) 
     norvo_fake::setModelSetAttributes("WakeWordService_modelset", kUnified);
     config.preloadNttModel = true;  // never a separate decoder with a unified model
     sp<WakeWordService> service = start();
-    ASSERT_TRUE(service->mNttSupportedInWwModel);
-    EXPECT_FALSE(service->mNttDecoderReady);
     EXPECT_EQ(0, service->setNttDetectionMode(true, 3));
     EXPECT_EQ(0, service->setNttDetectionMode(false, 3));
     EXPECT_FALSE(norvo_fake::decoder(kNtt, nullptr));
@@ -125,7 +118,9 @@ TEST_F(WakeWordServiceNtt, VisionEventsArePlacedWhereTheyHappenedInTheInput) {
               nttEvents().back());
 }
 
-TEST_F(WakeWordServiceNtt, FailedSwitchRestoresThePreviousModel) {
+// Teardown then deletes the decoder, its model set and its result callback.
+TEST_F(WakeWordServiceNtt, FailedSwitchRestoresThePreviousModelAndTeardownDeletesIt) {
+    config.nttEnabled = true;
     config.preloadNttModel = true;
     sp<WakeWordService> service = start();
     ASSERT_TRUE(service->mNttDecoderReady);
@@ -134,20 +129,12 @@ TEST_F(WakeWordServiceNtt, FailedSwitchRestoresThePreviousModel) {
     // The new model's decoder cannot be made: its model set goes, the old model comes back.
     norvo_fake::setStatusOnce("NorvoDecoder_NewSpotterAudioDecoder", kNtt, 5);
     EXPECT_EQ(5, service->switchNttModel("/broken.manifest"));
-    EXPECT_TRUE(service->mNttDecoderReady);
+    EXPECT_TRUE(norvo_fake::decoder(kNtt, nullptr));
     EXPECT_EQ("/models/ntt/norvo.manifest", manifestOf(kNttSet));
-    EXPECT_EQ("/models/ntt/norvo.manifest", service->mNttModelPath);
     EXPECT_EQ((std::vector<std::string>{"ntt:0", "ntt:1"}), wws_test::statusReports());
     // Deleted twice: the old model set, then the new one that has no decoder.
     EXPECT_EQ(2u, norvo_fake::callsOf("NorvoModelSet_Delete").size());
 
-}
-
-TEST_F(WakeWordServiceNtt, TeardownDeletesTheDecoderAndItsResultCallback) {
-    config.nttEnabled = true;
-    config.preloadNttModel = true;
-    sp<WakeWordService> service = start();
-    ASSERT_TRUE(service->mNttDecoderReady);
     service.clear();
     EXPECT_FALSE(norvo_fake::decoder(kNtt, nullptr));
     EXPECT_FALSE(norvo_fake::modelSet(kNttSet, nullptr));

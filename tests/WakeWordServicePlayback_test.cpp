@@ -1,9 +1,9 @@
 // The playback path: what the playback decoder receives and when, the playback frame counter, the
-// push switch, injected versus live playback, and playback states as engine client events.
+// push switch, and playback states as engine client events. Injected versus live playback is
+// WakeWordServiceInput's, with the microphone.
 #include <media/AudioRecord.h>
 
 #include "ServiceTest.h"
-#include "TestMediaSources.h"
 #include "WavFile.h"
 
 namespace {
@@ -20,7 +20,9 @@ class WakeWordServicePlayback : public wws_test::ServiceTest {
 
 }  // namespace
 
-TEST_F(WakeWordServicePlayback, BuffersArePushedWithTheirOwnRunningIndex) {
+// Buffers go to the playback decoder with their own running index, and only there. With pushing
+// off they are counted but not pushed, and the index still counts them.
+TEST_F(WakeWordServicePlayback, BuffersArePushedWithTheirOwnRunningIndexUnlessPushingIsOff) {
     sp<WakeWordService> service = start();
     std::vector<int16_t> first = wws_test::rampSamples(256, 100);
     std::vector<int16_t> second = wws_test::rampSamples(256, -900);
@@ -32,46 +34,18 @@ TEST_F(WakeWordServicePlayback, BuffersArePushedWithTheirOwnRunningIndex) {
     both.insert(both.end(), second.begin(), second.end());
     EXPECT_EQ(both, norvo_fake::pushedSamples(kPlayback));
     EXPECT_EQ(512u, service->mPlaybackFrameCount);
-    // The input side is untouched.
     EXPECT_EQ(0u, service->mInputFrameCount);
     EXPECT_TRUE(norvo_fake::pushedMetadata(kInput).empty());
     EXPECT_TRUE(log.messages(ANDROID_LOG_ERROR, kTag).empty());
 
-}
-
-TEST_F(WakeWordServicePlayback, WithPushingOffBuffersAreCountedButNotPushed) {
-    sp<WakeWordService> service = start();
     EXPECT_TRUE(service->setPushDataToPlaybackDetectorEnabled(false));  // the previous value
     EXPECT_FALSE(service->setPushDataToPlaybackDetectorEnabled(false));
-
-    std::vector<int16_t> samples(256, 3);
-    wws_test::deliverPlayback(*service, samples);
-    EXPECT_EQ(256u, service->mPlaybackFrameCount);
-    EXPECT_TRUE(norvo_fake::pushedMetadata(kPlayback).empty());
+    wws_test::deliverPlayback(*service, first);
+    EXPECT_EQ(768u, service->mPlaybackFrameCount);
+    EXPECT_EQ(2u, norvo_fake::pushedMetadata(kPlayback).size());
     EXPECT_FALSE(service->setPushDataToPlaybackDetectorEnabled(true));
-    wws_test::deliverPlayback(*service, samples);
-    // The index counts the frames that were not pushed.
-    EXPECT_EQ((std::vector<std::string>{sampleEvent(256, 256)}),
-              norvo_fake::pushedMetadata(kPlayback));
-}
-
-TEST_F(WakeWordServicePlayback, InjectedPlaybackIsHeardWhileLivePlaybackIsIgnored) {
-    sp<WakeWordService> service = start();
-    std::vector<int16_t> file = wws_test::rampSamples(256, -3000);
-    sp<wws_test::GatedSource> source = new wws_test::GatedSource(file);
-    ASSERT_EQ(0, service->mInjector->doPushInRealTime(source, true));
-    std::vector<int16_t> live(256, 5);
-    wws_test::deliverPlayback(*service, live);
-    WakeWordService::playbackAudioCallbackFn(service.get(), live.data(), live.size(), 0);
-    EXPECT_EQ(0u, service->mPlaybackFrameCount);
-
-    source->open();
-    ASSERT_TRUE(wws_test::waitFor([&] { return !service->mInjector->isInjecting(); }));
-    EXPECT_EQ(file, norvo_fake::pushedSamples(kPlayback));
-    EXPECT_EQ(256u, service->mPlaybackFrameCount);
-    EXPECT_EQ(0u, service->mInputFrameCount);
-    wws_test::deliverPlayback(*service, live);
-    EXPECT_EQ(512u, service->mPlaybackFrameCount);
+    wws_test::deliverPlayback(*service, second);
+    EXPECT_EQ(sampleEvent(256, 768), norvo_fake::pushedMetadata(kPlayback).back());
 }
 
 // Each stream state becomes its client event for the input decoder, then for a separate

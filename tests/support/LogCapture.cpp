@@ -1,5 +1,6 @@
 #include "LogCapture.h"
 
+#include <algorithm>
 #include <atomic>
 
 namespace wws_test {
@@ -47,14 +48,6 @@ std::vector<LogLine> LogCapture::lines() const {
     return mLines;
 }
 
-std::vector<std::string> LogCapture::messages(const std::string& tag) const {
-    std::vector<std::string> found;
-    for (const LogLine& line : lines()) {
-        if (tag.empty() || line.tag == tag) found.push_back(line.message);
-    }
-    return found;
-}
-
 std::vector<std::string> LogCapture::messages(int priority, const std::string& tag) const {
     std::vector<std::string> found;
     for (const LogLine& line : lines()) {
@@ -75,10 +68,8 @@ bool LogCapture::contains(const std::string& message) const {
 }
 
 bool LogCapture::contains(int priority, const std::string& tag, const std::string& message) const {
-    for (const LogLine& line : lines()) {
-        if (line.priority == priority && line.tag == tag && line.message == message) return true;
-    }
-    return false;
+    std::vector<std::string> found = messages(priority, tag);
+    return std::find(found.begin(), found.end(), message) != found.end();
 }
 
 size_t LogCapture::count(const std::string& message) const {

@@ -28,8 +28,6 @@ class LogCapture {
     LogCapture& operator=(const LogCapture&) = delete;
 
     std::vector<LogLine> lines() const;
-    // Messages with the given tag, in order (all tags when tag is empty).
-    std::vector<std::string> messages(const std::string& tag = "") const;
     // Messages of one priority and tag, in order.
     std::vector<std::string> messages(int priority, const std::string& tag) const;
     bool contains(const std::string& message) const;

@@ -10,26 +10,7 @@
 
 namespace wws_test {
 
-// Distinct callback functions, so tests can check which pointer went where.
-void testEnumeratedResult(NorvoDecoderId, NorvoEnumeratedResult*);
-void testAcousticEventResult(NorvoDecoderId, NorvoAcousticEventDetectionResult*);
-void testLocalCommandResult(NorvoDecoderId, NorvoEnumeratedResult*);
-void testNttResult(NorvoDecoderId, NorvoNttResult*);
-void testNttEndOfSpeech(NorvoDecoderId, NorvoNttEndOfSpeech*);
-void testJsondata(NorvoString, NorvoString, NorvoString, NorvoString, int, int);
-void testAedStaticStatus(bool);
-void testAedCustomStatus(bool);
-void testNttStatus(bool);
-void testPmaStatus(bool);
-void testRecordMetrics(NorvoDMSMetricData*);
-void testRecordQuillanMetrics(NorvoDMSQuillanMetricData*);
-void testFederatedLearningEvent(const char*, const char*, NorvoFederatedLearningEvent*);
-void testFederatedLearningUnsecured(const char*, const char*,
-                                    NorvoFederatedLearningUnsecuredEvent*);
-void testFederatedLearningIdle(const char*, const char*,
-                               NorvoFederatedLearningIdleDetectionResult*);
-
-// What the four decoder-status callbacks above were told, in order: "aedStatic:1", "ntt:0", ...
+// What the service's four decoder-status callbacks were told, in order: "aedStatic:1", "ntt:0", ...
 std::vector<std::string> statusReports();
 void clearStatusReports();
 
