@@ -101,6 +101,7 @@ class ControlNativesTest extends ServiceHarness {
 
         FakeNorvo.setStatus("NorvoDecoder_SetFingerprintDatabase", 8);
         assertEquals(8, core.nSetFingerprintDatabase("/data/fp.db"));
+        assertTrue(last("NorvoDecoder_SetFingerprintDatabase").endsWith("|/data/fp.db"));
         expectMessage("Error setting fingerprint database. Error=8");
         assertEquals(-22, core.nSetFingerprintDatabase(null));
         expectMessage("setFingerprintDatabase cannot get fingerprintDatabasePath information.");
