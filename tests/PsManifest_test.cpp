@@ -43,7 +43,8 @@ TEST(PsManifest, ReadsEveryDirective) {
                                    "command STOP 1e5 stop\n"
                                    "pronounce Velmar v eh l m aa r\n"
                                    "detection-delay 7\n"
-                                   "command-pause 400\n",
+                                   "command-pause 400\n"
+                                   "frequency-warp 1.1\n",
                                    &manifest, &error))
             << error;
     EXPECT_EQ("/models/ww/models/en us", manifest.acousticModel());  // relative to the manifest
@@ -62,6 +63,7 @@ TEST(PsManifest, ReadsEveryDirective) {
     EXPECT_EQ("V EH L M AA R", manifest.pronunciations()[0].phones);
     EXPECT_EQ(7, manifest.detectionDelayFrames());
     EXPECT_EQ(400, manifest.commandPauseMs());
+    EXPECT_DOUBLE_EQ(1.1, manifest.frequencyWarp());
 }
 
 TEST(PsManifest, DefaultsAndRelativePathsWithoutAFolder) {
@@ -72,6 +74,7 @@ TEST(PsManifest, DefaultsAndRelativePathsWithoutAFolder) {
     EXPECT_EQ("./en-us", manifest.acousticModel());
     EXPECT_EQ(Manifest::kDefaultDetectionDelayFrames, manifest.detectionDelayFrames());
     EXPECT_EQ(Manifest::kDefaultCommandPauseMs, manifest.commandPauseMs());
+    EXPECT_EQ(1.0, manifest.frequencyWarp());
 }
 
 struct BadLine {
@@ -85,7 +88,7 @@ TEST(PsManifest, NamesTheLineAndTheFaultOfEveryMalformedOrMissingLine) {
     const BadLine cases[] = {
             {5, "wakee X 1e-5 x",
              at + "5: unknown directive 'wakee' (expected acoustic-model, dictionary, wake, "
-                  "command, pronounce, detection-delay or command-pause)"},
+                  "command, pronounce, detection-delay, command-pause or frequency-warp)"},
             {3, "wake PURPLE_ELEPHANT 1e-25",
              at + "3: 'wake' needs a name, a threshold and at least one word"},
             {4, "command STOP",
@@ -122,6 +125,8 @@ TEST(PsManifest, NamesTheLineAndTheFaultOfEveryMalformedOrMissingLine) {
             {5, "pronounce velmar V EH L\npronounce VELMAR V AA L",
              at + "6: pronunciation of 'velmar' is already given on line 5"},
             {5, "detection-delay 2\ndetection-delay 4", at + "6: 'detection-delay' is given twice"},
+            {5, "frequency-warp 1.3", at + "5: 'frequency-warp' needs a factor from 0.8 to 1.25"},
+            {5, "frequency-warp nan", at + "5: 'frequency-warp' needs a factor from 0.8 to 1.25"},
             // A model, a dictionary and a wake phrase are required: local commands alone do not
             // make a wake-word model set.
             {1, "# none", std::string(kPath) + ": no 'acoustic-model' line"},

@@ -11,7 +11,8 @@ std::unique_ptr<KeywordSpotter> KeywordSpotter::create(std::shared_ptr<const Mod
     // Only the phrase words go into this recognizer's dictionary: loading the full dictionary
     // again for every decoder would cost a few hundred milliseconds each, for words it never uses.
     spotter->mRecognizer = Recognizer::open(modelSet->acousticModel(), "",
-                                            modelSet->detectionDelayFrames(), error);
+                                            modelSet->detectionDelayFrames(),
+                                            modelSet->frequencyWarp(), error);
     if (spotter->mRecognizer == nullptr) return nullptr;
     for (const auto& word : modelSet->words()) {
         if (!spotter->mRecognizer->addWord(word.first, word.second) ||
@@ -74,6 +75,7 @@ void KeywordSpotter::startAt(int64_t sample) {
     mHistoryStart = sample;
     mLevels.reset(sample);
     mFloor.reset();
+    mBand.reset();
 }
 
 void KeywordSpotter::processFloorOnly() {
@@ -88,7 +90,8 @@ void KeywordSpotter::remember(const int16_t* samples, size_t count, int64_t firs
             mFloor.setLevel(mLevels.speechDbfs(), mLevels.framesSinceSound());
         }
         mHistory[static_cast<size_t>(firstSample + static_cast<int64_t>(i)) % capacity] =
-                mFloor.next(samples[i]);
+                mFloor.next(mBand.next(samples[i], firstSample + static_cast<int64_t>(i),
+                                       mLevels.speechDbfs()));
     }
     mNext = firstSample + static_cast<int64_t>(count);
     mHistoryStart = std::max(mHistoryStart, mNext - static_cast<int64_t>(capacity));

@@ -17,6 +17,7 @@
 #include <vector>
 
 #include "AudioLevels.h"
+#include "BandExtension.h"
 #include "ModelSet.h"
 #include "NoiseFloor.h"
 #include "Recognizer.h"
@@ -108,6 +109,7 @@ class KeywordSpotter {
     std::vector<int16_t> mHistory;
     AudioLevels mLevels{static_cast<size_t>(kHistorySamples / AudioLevels::kFrameSamples)};
     NoiseFloor mFloor;
+    BandExtension mBand;
     bool mEnding = false;  // endSession() is decoding past the audio's end
     int64_t mHistoryStart = 0;
 

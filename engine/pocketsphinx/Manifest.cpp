@@ -261,9 +261,26 @@ NorvoStatus Manifest::parseLine(int line, const std::vector<std::string>& fields
                           &mCommandPauseMs, error);
     }
 
+    if (directive == "frequency-warp") {
+        char* end = nullptr;
+        double factor = fields.size() == 2 ? std::strtod(fields[1].c_str(), &end) : 0;
+        if (fields.size() != 2 || *end != '\0' || !(factor >= kMinFrequencyWarp) ||
+            !(factor <= kMaxFrequencyWarp)) {
+            *error = where(line) + "'frequency-warp' needs a factor from 0.8 to 1.25";
+            return NORVO_PS_MANIFEST_MALFORMED;
+        }
+        if (mWarpGiven) {
+            *error = where(line) + "'frequency-warp' is given twice";
+            return NORVO_PS_MANIFEST_MALFORMED;
+        }
+        mWarpGiven = true;
+        mFrequencyWarp = factor;
+        return NORVO_SUCCESS;
+    }
+
     *error = where(line) + "unknown directive '" + directive +
              "' (expected acoustic-model, dictionary, wake, command, pronounce, "
-             "detection-delay or command-pause)";
+             "detection-delay, command-pause or frequency-warp)";
     return NORVO_PS_MANIFEST_MALFORMED;
 }
 

@@ -41,6 +41,10 @@ class Manifest {
     // 0 hears commands inside sentences too.
     static constexpr int kDefaultCommandPauseMs = 250;
     static constexpr int kMaxCommandPauseMs = 2000;
+    // The recognizer hears every frequency multiplied by this factor (1: as recorded). Above 1
+    // suits voices lower than the acoustic model's own speakers.
+    static constexpr double kMinFrequencyWarp = 0.8;
+    static constexpr double kMaxFrequencyWarp = 1.25;
 
     // Reads and parses the file. Returns 0, NORVO_PS_MANIFEST_UNREADABLE or
     // NORVO_PS_MANIFEST_MALFORMED; on failure *error holds the one-line reason.
@@ -59,6 +63,7 @@ class Manifest {
     const std::vector<ManifestPronunciation>& pronunciations() const { return mPronunciations; }
     int detectionDelayFrames() const { return mDetectionDelayFrames; }
     int commandPauseMs() const { return mCommandPauseMs; }
+    double frequencyWarp() const { return mFrequencyWarp; }
 
   private:
     NorvoStatus parseLine(int line, const std::vector<std::string>& fields, std::string* error);
@@ -80,6 +85,8 @@ class Manifest {
     bool mDelayGiven = false;
     int mCommandPauseMs = kDefaultCommandPauseMs;
     bool mCommandPauseGiven = false;
+    double mFrequencyWarp = 1.0;
+    bool mWarpGiven = false;
 };
 
 }  // namespace norvo_ps

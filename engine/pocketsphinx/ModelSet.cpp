@@ -54,7 +54,7 @@ NorvoStatus ModelSet::load(const std::string& id, const std::string& manifestPat
 
     std::unique_ptr<Recognizer> recognizer =
             Recognizer::open(manifest.acousticModel(), manifest.dictionary(),
-                             manifest.detectionDelayFrames(), error);
+                             manifest.detectionDelayFrames(), manifest.frequencyWarp(), error);
     if (recognizer == nullptr) {
         *error = manifest.path() + ": " + *error;
         return NORVO_PS_MODEL_LOAD_FAILED;
@@ -73,6 +73,7 @@ NorvoStatus ModelSet::load(const std::string& id, const std::string& manifestPat
     set->mManifestPath = manifest.path();
     set->mAcousticModel = manifest.acousticModel();
     set->mDetectionDelayFrames = manifest.detectionDelayFrames();
+    set->mFrequencyWarp = manifest.frequencyWarp();
     set->mCommandPauseSamples = static_cast<int64_t>(manifest.commandPauseMs()) * 16;
     for (const ManifestKeyword& keyword : manifest.keywords()) {
         std::istringstream words(keyword.phrase);

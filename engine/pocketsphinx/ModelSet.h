@@ -42,6 +42,7 @@ class ModelSet {
     const std::string& manifestPath() const { return mManifestPath; }
     const std::string& acousticModel() const { return mAcousticModel; }
     int detectionDelayFrames() const { return mDetectionDelayFrames; }
+    double frequencyWarp() const { return mFrequencyWarp; }
     // The pause a local command needs before and after it, in samples (0: none).
     int64_t commandPauseSamples() const { return mCommandPauseSamples; }
     // In manifest order.
@@ -73,6 +74,7 @@ class ModelSet {
     std::string mManifestPath;
     std::string mAcousticModel;
     int mDetectionDelayFrames = 0;
+    double mFrequencyWarp = 1.0;
     int64_t mCommandPauseSamples = 0;
     std::vector<Keyword> mKeywords;
     std::vector<std::pair<std::string, std::string>> mWords;

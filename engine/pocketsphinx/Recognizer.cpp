@@ -64,7 +64,8 @@ void Recognizer::routeLogs(LogSink sink) {
 
 std::unique_ptr<Recognizer> Recognizer::open(const std::string& acousticModel,
                                              const std::string& dictionary,
-                                             int detectionDelayFrames, std::string* error) {
+                                             int detectionDelayFrames, double frequencyWarp,
+                                             std::string* error) {
     installLogRouting();
     std::unique_ptr<Recognizer> recognizer(new Recognizer());
     std::string delay = std::to_string(detectionDelayFrames);
@@ -78,6 +79,14 @@ std::unique_ptr<Recognizer> Recognizer::open(const std::string& acousticModel,
                     : cmd_ln_init(nullptr, ps_args(), TRUE, "-hmm", acousticModel.c_str(), "-dict",
                                   dictionary.c_str(), "-remove_silence", "no", "-kws_delay",
                                   delay.c_str(), nullptr);
+    if (recognizer->mConfig != nullptr && frequencyWarp != 1.0) {
+        // The front end places its mel bands at (frequency / parameter): the parameter is the
+        // inverse of the factor the voice is moved by.
+        char parameter[32];
+        snprintf(parameter, sizeof(parameter), "%.6g", 1.0 / frequencyWarp);
+        cmd_ln_set_str_r(recognizer->mConfig, "-warp_type", "inverse_linear");
+        cmd_ln_set_str_r(recognizer->mConfig, "-warp_params", parameter);
+    }
     if (recognizer->mConfig == nullptr) {
         *error = "PocketSphinx rejected its configuration for '" + acousticModel + "'";
         return nullptr;

@@ -42,10 +42,11 @@ class Recognizer {
 
     // Loads the acoustic model folder and, when dictionary is non-empty, that dictionary (otherwise
     // only the model's filler words). detectionDelayFrames: how long a detection must stay the best
-    // before it is reported. Null with *error set on failure.
+    // before it is reported. frequencyWarp: every frequency is heard multiplied by it (1: none).
+    // Null with *error set on failure.
     static std::unique_ptr<Recognizer> open(const std::string& acousticModel,
                                             const std::string& dictionary, int detectionDelayFrames,
-                                            std::string* error);
+                                            double frequencyWarp, std::string* error);
     ~Recognizer();
     Recognizer(const Recognizer&) = delete;
     Recognizer& operator=(const Recognizer&) = delete;
