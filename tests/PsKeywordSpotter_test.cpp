@@ -131,7 +131,7 @@ TEST_F(PsKeywordSpotter, APhraseSpokenAcrossThePeriodicRestartIsHeardOnce) {
     std::vector<Detection> rest = feed(after, restart);
     found.insert(found.end(), rest.begin(), rest.end());
     // The restarted stream begins kRefeedSamples before the minute: the range is framed from there.
-    expectReports(found, {{"PURPLE_ELEPHANT", 952800, 968319}}, {placed}, 0);
+    expectReports(found, {{"PURPLE_ELEPHANT", 952800, 968159}}, {placed}, 0);
 }
 
 // A local command counts when said on its own, not as a word of a sentence; the manifest's
