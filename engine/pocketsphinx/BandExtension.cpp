@@ -27,7 +27,7 @@ float BandExtension::Biquad::run(float x) {
     return y;
 }
 
-BandExtension::BandExtension() {
+BandExtension::BandExtension() : mMirror(static_cast<float>(std::pow(10.0, kMirrorDb / 20.0))) {
     // Four sections make an eighth-order Butterworth high-pass: 3.5 kHz, where narrow-band audio
     // still has some speech, lies 48 dB down, so only what wide-band audio has above 5 kHz counts.
     const double q[4] = {0.5098, 0.6013, 0.9000, 2.5629};
@@ -76,9 +76,8 @@ int16_t BandExtension::next(int16_t sample, int64_t sampleIndex, double speechDb
         mFrameAll = mFrameHigh = 0;
         mFill = 0;
     }
-    static const float kMirror = static_cast<float>(std::pow(10.0, kMirrorDb / 20.0));
-    mMirrorGain = mNarrow ? std::min(kMirror, mMirrorGain + kGainStep * kMirror)
-                          : std::max(0.0f, mMirrorGain - kGainStep * kMirror);
+    mMirrorGain = mNarrow ? std::min(mMirror, mMirrorGain + kGainStep * mMirror)
+                          : std::max(0.0f, mMirrorGain - kGainStep * mMirror);
     if (mMirrorGain == 0) return sample;
     const float mirrored = (sampleIndex & 1) != 0 ? -x : x;
     return static_cast<int16_t>(

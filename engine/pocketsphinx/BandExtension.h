@@ -55,7 +55,8 @@ class BandExtension {
     double mHighBelowDb = 0;  // running mean over speech frames of upper band minus whole band
     int mSpeechFrames = 0;
     bool mNarrow = false;
-    float mMirrorGain = 0;  // fades in and out rather than switching
+    const float mMirror;    // kMirrorDb as a gain
+    float mMirrorGain = 0;  // fades in and out to mMirror rather than switching
 };
 
 }  // namespace norvo_ps
