@@ -6,7 +6,8 @@
 #   scripts/fuzz.sh ... model_json  only the named targets
 # Each target starts from its seeds and past findings in fuzz/corpus/<name> and grows a working
 # corpus in build-fuzz/corpus/<name>. An input that crashes is kept in build-fuzz/findings/<name>/;
-# once fixed, copy it into fuzz/corpus/<name>/ so that every build replays it from then on.
+# once fixed, copy it into fuzz/corpus/<name>/ so that every build replays it from then on. What
+# went wrong, with each crashing input in base64, is also left in build-fuzz/problems.txt.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 limit=(-max_total_time=30)
@@ -21,6 +22,8 @@ done
 [ ${#targets[@]} -eq 0 ] && targets=(model_json model_attributes wav_injection manifest)
 
 bash scripts/setup.sh >/dev/null
+mkdir -p build-fuzz
+rm -f build-fuzz/problems.txt
 echo "fuzz: building the targets (build-fuzz/)"
 CC=clang CXX=clang++ cmake -S . -B build-fuzz -DWWS_FUZZ=ON -DWWS_BUILD_TESTS=OFF \
   -DWWS_SANITIZE=address,undefined -DCMAKE_BUILD_TYPE=RelWithDebInfo >/dev/null
@@ -41,6 +44,7 @@ for name in "${targets[@]}"; do
   mkdir -p "$corpus" "$findings"
   log=build-fuzz/$name.log
   echo "fuzz: $name: running (${limit[0]#-})"
+  touch "$log.started"
   if ASAN_OPTIONS=detect_leaks=1 UBSAN_OPTIONS=print_stacktrace=1:halt_on_error=1 \
      "build-fuzz/fuzz/fuzz_$name" "${limit[@]}" "${options[@]}" -print_final_stats=1 \
        -artifact_prefix="$findings/" "$corpus" "fuzz/corpus/$name" >"$log" 2>&1; then
@@ -48,8 +52,16 @@ for name in "${targets[@]}"; do
     echo "fuzz: $name: $runs executions, no finding (corpus $(ls "$corpus" | wc -l) inputs)"
   else
     status=1
-    grep -E '^(==[0-9]+==ERROR|SUMMARY|fuzz check failed)|Test unit written' "$log" | head -5
-    echo "fuzz: $name: FOUND A PROBLEM; full output in $log" >&2
+    # CI keeps only this output, not the tree: the reason and the input itself go in the report.
+    {
+      echo "fuzz: $name: FOUND A PROBLEM; full output in $log"
+      grep -E '^(==[0-9]+==ERROR|SUMMARY|fuzz check failed|==[0-9]+== ERROR: libFuzzer)' "$log" |
+        head -3 | sed 's/^/  /'
+      for unit in $(find "$findings" -type f -newer "$log.started"); do
+        echo "  input $unit, $(stat -c %s "$unit") bytes, as base64:"
+        head -c 4096 "$unit" | base64 -w 100 | sed 's/^/    /'
+      done
+    } | tee -a build-fuzz/problems.txt >&2
   fi
 done
 exit $status
