@@ -273,7 +273,7 @@ TEST_F(PsEngineApi, ResultsComeOnTheDecoderThreadToTheSampleOnTheCallersScale) {
         const char* keyword;
         const char* detail;
         int64_t begin, end;
-    } expected[] = {{false, "PURPLE_ELEPHANT", "purple elephant", 12320, 27359},
+    } expected[] = {{false, "PURPLE_ELEPHANT", "purple elephant", 12000, 27199},
                     {true, "STOP", "stop", 42240, 49759}};
     for (size_t i = 0; i < 2; ++i) {
         const Heard& r = results[i];
@@ -317,7 +317,7 @@ TEST_F(PsEngineApi, SessionEndReportsAPhraseStillBeingDecoded) {
     std::vector<Heard> results = heard();
     ASSERT_EQ(1u, results.size());
     EXPECT_EQ("PURPLE_ELEPHANT", results[0].keyword);
-    EXPECT_EQ(100 + 7520, results[0].begin);
+    EXPECT_EQ(100 + 7200, results[0].begin);
     EXPECT_EQ(100 + 22239, results[0].end);
 }
 

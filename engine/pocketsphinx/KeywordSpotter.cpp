@@ -30,6 +30,9 @@ std::unique_ptr<KeywordSpotter> KeywordSpotter::create(std::shared_ptr<const Mod
     spotter->mModelSet = std::move(modelSet);
     spotter->mKeywords = keywords;
     spotter->mHistory.assign(static_cast<size_t>(kHistorySamples), 0);
+    spotter->mLeadInSamples.assign(
+            static_cast<size_t>(kLeadInFrames * spotter->mRecognizer->samplesPerFrame()), 0);
+    spotter->mMeanSamples.assign(static_cast<size_t>(kMeanLeadSamples + kMeanSoundSamples), 0);
     spotter->mFloorOnly.assign(static_cast<size_t>(spotter->mRecognizer->samplesPerFrame()), 0);
     return spotter;
 }
@@ -53,6 +56,7 @@ void KeywordSpotter::endSession(std::vector<Detection>* out) {
     // The recognizer shows a detection only once it is detectionDelayFrames old, counted in
     // decoded frames: a phrase that ends the audio needs a little silence after it to show.
     const int64_t frames = mModelSet->detectionDelayFrames() + kFlushFrames;
+    if (measureMeanWhenDue(true)) decodeRemembered(out);
     mEnding = true;
     for (int64_t i = 0; i < frames && mRecognizer->inUtterance(); ++i) {
         processFloorOnly();
@@ -67,15 +71,39 @@ void KeywordSpotter::endSession(std::vector<Detection>* out) {
 }
 
 void KeywordSpotter::startAt(int64_t sample) {
-    if (!mRecognizer->startStream()) mRecognizerFailed = true;
     mInSession = true;
-    mBase = sample;
-    mFed = sample;
     mNext = sample;
     mHistoryStart = sample;
+    mFirstSound = -1;
+    mMeanMeasured = false;
     mLevels.reset(sample);
     mFloor.reset();
     mBand.reset();
+    beginStream(sample, Mean::kReset);
+}
+
+void KeywordSpotter::beginStream(int64_t from, Mean mean, int64_t meanBegin, int64_t meanEnd) {
+    if (!mRecognizer->startStream()) mRecognizerFailed = true;
+    // The restart has ended the utterance, at which PocketSphinx updates the mean itself: a mean
+    // of ours is set after it.
+    if (mean == Mean::kReset) mRecognizer->resetCepstralMean();
+    if (mean == Mean::kMeasure) {
+        const int64_t capacity = static_cast<int64_t>(mHistory.size());
+        for (int64_t i = meanBegin; i < meanEnd; ++i) {
+            mMeanSamples[static_cast<size_t>(i - meanBegin)] =
+                    mHistory[static_cast<size_t>(i % capacity)];
+        }
+        mRecognizer->measureCepstralMean(mMeanSamples.data(),
+                                         static_cast<size_t>(meanEnd - meanBegin));
+    }
+    // The lead-in: the noise floor alone, for the speech level heard so far, the same every time.
+    mLeadIn.reset();
+    mLeadIn.setLevel(mLevels.speechDbfs(), 0);
+    for (int16_t& sample : mLeadInSamples) sample = mLeadIn.next(0);
+    mRecognizer->process(mLeadInSamples.data(), mLeadInSamples.size());
+    mStreamStart = from;
+    mBase = from - static_cast<int64_t>(mLeadInSamples.size());
+    mFed = from;
 }
 
 void KeywordSpotter::processFloorOnly() {
@@ -88,6 +116,9 @@ void KeywordSpotter::remember(const int16_t* samples, size_t count, int64_t firs
     for (size_t i = 0; i < count; ++i) {
         if (mLevels.add(samples[i])) {
             mFloor.setLevel(mLevels.speechDbfs(), mLevels.framesSinceSound());
+            if (mFirstSound < 0 && mLevels.framesSinceSound() == 1) {  // this frame
+                mFirstSound = mLevels.framedEnd() - AudioLevels::kFrameSamples;
+            }
         }
         mHistory[static_cast<size_t>(firstSample + static_cast<int64_t>(i)) % capacity] =
                 mFloor.next(mBand.next(samples[i], firstSample + static_cast<int64_t>(i),
@@ -114,6 +145,7 @@ void KeywordSpotter::decodeRemembered(std::vector<Detection>* out) {
         mFed += length;
         size_t before = out->size();
         collect(out);
+        if (measureMeanWhenDue(false)) continue;
         if (out->size() != before) {
             // The recognizer would list the same detections again until it restarts; what it has
             // heard since the report's end is decoded again.
@@ -125,10 +157,23 @@ void KeywordSpotter::decodeRemembered(std::vector<Detection>* out) {
 }
 
 void KeywordSpotter::restart(int64_t from) {
-    if (!mRecognizer->startStream()) mRecognizerFailed = true;
     ++mRestarts;
-    mBase = std::min(std::max(from, mHistoryStart), mNext);
-    mFed = mBase;
+    beginStream(std::min(std::max(from, mHistoryStart), mNext), Mean::kKeep);
+}
+
+bool KeywordSpotter::measureMeanWhenDue(bool final) {
+    if (mMeanMeasured || mFirstSound < 0) return false;
+    // Measured when decoding reaches the stretch's end, not when the caller's audio does: where
+    // decoding starts again must not depend on how the caller cut the audio.
+    if (mFed - mFirstSound < (final ? kMinMeanSamples : kMeanSoundSamples)) return false;
+    mMeanMeasured = true;
+    const int64_t begin = std::max(mFirstSound - kMeanLeadSamples, mHistoryStart);
+    const int64_t end = std::min(mFed, mFirstSound + kMeanSoundSamples);
+    // Decoded again from the stretch's start, or from the stream's start when that came later
+    // (what lies before it was reported already). Phrases already reported stay reported
+    // (mReported).
+    beginStream(std::max(begin, mStreamStart), Mean::kMeasure, begin, end);
+    return true;
 }
 
 KeywordSpotter::Isolation KeywordSpotter::isolation(const Detection& detection) const {
@@ -175,7 +220,8 @@ void KeywordSpotter::collect(std::vector<Detection>* out) {
         if (!known) continue;
         detection.startFrame = segment.startFrame;
         detection.endFrame = segment.endFrame;
-        detection.beginSample = mBase + segment.startFrame * frame;
+        // A phrase may seem to begin in the lead-in; it cannot have begun before the stream.
+        detection.beginSample = std::max(mBase + segment.startFrame * frame, mStreamStart);
         detection.endSample = std::min(mBase + (segment.endFrame + 1) * frame, mFed) - 1;
         detection.scoreLog10 = segment.scoreLog10;
         detection.decidedAt = mFed;

@@ -5,7 +5,10 @@
 // indices; one report per spoken keyword, although the recognizer lists every detection again and
 // again until it is restarted; a restart after every report and at least once a minute, re-feeding
 // the audio heard since the report (or the last seconds) so that nothing spoken across a restart
-// is lost; and a new stream whenever the caller's indices jump.
+// is lost; a new stream whenever the caller's indices jump; and a cepstral mean measured on each
+// session's own first second of sound, the phrase in it decoded again with it (see
+// Recognizer::measureCepstralMean), so that what a session hears does not depend on what came
+// before it.
 //
 // Threads: not thread-safe; create, feed and destroy it on one thread (it owns a Recognizer).
 #ifndef NORVO_PS_KEYWORD_SPOTTER_H
@@ -48,6 +51,17 @@ class KeywordSpotter {
     // recognizer's features lag the audio by a few frames, and a phrase's last sound needs a few
     // more to end (measured: 5 are too few for a phrase that ends the audio, 8 suffice).
     static constexpr int kFlushFrames = 10;
+    // The cepstral mean is measured over the session's first sound from a little before it to
+    // this long after it, or over what there is when the session ends sooner (but not under
+    // kMinMeanSamples of sound).
+    static constexpr int64_t kMeanLeadSamples = kSampleRate / 4;
+    static constexpr int64_t kMeanSoundSamples = kSampleRate;
+    static constexpr int64_t kMinMeanSamples = kSampleRate / 4;
+    // Every recognizer stream begins with this many frames of the noise floor alone. The keyword
+    // search enters a phrase only from its phone loop, which needs a few frames behind it, and
+    // a phrase's first sound is heard from the quiet before it: a phrase said from a stream's
+    // very first sample was never heard.
+    static constexpr int kLeadInFrames = 20;
 
     // Opens a recognizer for the keywords of modelSet at the given indices (ModelSet order is
     // kept). Null with *error set when PocketSphinx cannot be set up.
@@ -86,6 +100,15 @@ class KeywordSpotter {
     void decodeRemembered(std::vector<Detection>* out);
     // Starts a new recognizer stream at from (within the history); decoding resumes there.
     void restart(int64_t from);
+    // What a new stream does with the cepstral mean: keeps it, goes back to the model's, or
+    // measures it over history samples [meanBegin, meanEnd).
+    enum class Mean { kKeep, kReset, kMeasure };
+    // Starts a recognizer stream whose audio begins at sample from, with the lead-in before it.
+    void beginStream(int64_t from, Mean mean, int64_t meanBegin = 0, int64_t meanEnd = 0);
+    // Once the session's first sound has been decoded long enough (or the session ends, when
+    // final), measures the cepstral mean over it and restarts the recognizer just before it:
+    // true when it did, and decoding must go on from mFed.
+    bool measureMeanWhenDue(bool final);
     void collect(std::vector<Detection>* out);
     bool overlapsReported(int64_t begin, int64_t end) const;
     // For a local command: whether it was said on its own, a pause before and after it. Unknown
@@ -100,7 +123,8 @@ class KeywordSpotter {
     std::vector<int16_t> mFloorOnly;              // scratch: one frame of the floor alone
 
     bool mInSession = false;
-    int64_t mBase = 0;  // caller's index of the recognizer stream's frame 0
+    int64_t mBase = 0;  // caller's index of the recognizer stream's frame 0 (in the lead-in)
+    int64_t mStreamStart = 0;  // caller's index of the stream's first sample after the lead-in
     int64_t mFed = 0;   // index of the next sample to hand the recognizer
     int64_t mNext = 0;  // index of the sample after the last one the caller gave
 
@@ -111,6 +135,11 @@ class KeywordSpotter {
     NoiseFloor mFloor;
     BandExtension mBand;
     bool mEnding = false;  // endSession() is decoding past the audio's end
+    int64_t mFirstSound = -1;  // first sample of the session's first sound; -1 before it
+    bool mMeanMeasured = false;
+    std::vector<int16_t> mMeanSamples;  // scratch: the stretch the mean is measured over
+    NoiseFloor mLeadIn;                  // the lead-in's generator, reset for every stream
+    std::vector<int16_t> mLeadInSamples;  // scratch
     int64_t mHistoryStart = 0;
 
     // Recent reports. The recognizer lists a detection again and again until it restarts; where it

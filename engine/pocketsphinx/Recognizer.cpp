@@ -2,7 +2,10 @@
 
 #include <pocketsphinx.h>
 #include <sphinxbase/ckd_alloc.h>
+#include <sphinxbase/cmn.h>
 #include <sphinxbase/err.h>
+#include <sphinxbase/fe.h>
+#include <sphinxbase/feat.h>
 #include <sphinxbase/logmath.h>
 #include <stdlib.h>
 #include <unistd.h>
@@ -14,6 +17,7 @@
 #include <cstdio>
 #include <cstring>
 #include <mutex>
+#include <type_traits>
 
 namespace norvo_ps {
 
@@ -24,6 +28,8 @@ namespace {
 // the phrase's margin over the phone loop minus a fixed 1500, so that confidences stay below 1.
 constexpr int kScoreShift = 10;
 constexpr int kKeywordScoreOffset = 1500;
+// The cepstral mean is kept as floats on this side.
+static_assert(std::is_same<mfcc_t, float>::value, "PocketSphinx built with floating-point features");
 
 std::mutex gOpenLock;  // PocketSphinx set-up touches process-wide state
 std::atomic<Recognizer::LogSink> gLogSink{nullptr};
@@ -105,6 +111,18 @@ std::unique_ptr<Recognizer> Recognizer::open(const std::string& acousticModel,
         return nullptr;
     }
     recognizer->mSamplesPerFrame = static_cast<int>(rate / frameRate);
+    // A model without cepstral mean normalisation has no mean to set: both calls do nothing.
+    cmn_t* cmn = ps_get_feat(recognizer->mDecoder)->cmn_struct;
+    if (cmn == nullptr) return recognizer;
+    recognizer->mMeasuringFrontEnd = fe_init_auto_r(recognizer->mConfig);
+    if (recognizer->mMeasuringFrontEnd == nullptr ||
+        fe_get_output_size(recognizer->mMeasuringFrontEnd) != cmn->veclen) {
+        *error = "PocketSphinx could not set up a front end for '" + acousticModel + "'";
+        return nullptr;
+    }
+    recognizer->mStoredMean.assign(cmn->cmn_mean, cmn->cmn_mean + cmn->veclen);
+    recognizer->mCepstrum.assign(static_cast<size_t>(cmn->veclen), 0);
+    recognizer->mSum.assign(static_cast<size_t>(cmn->veclen), 0);
     return recognizer;
 }
 
@@ -113,7 +131,54 @@ Recognizer::~Recognizer() {
         if (mInUtterance) ps_end_utt(mDecoder);
         ps_free(mDecoder);
     }
+    if (mMeasuringFrontEnd != nullptr) fe_free(mMeasuringFrontEnd);
     if (mConfig != nullptr) cmd_ln_free_r(mConfig);
+}
+
+void Recognizer::resetCepstralMean() {
+    if (mMeasuringFrontEnd == nullptr) return;
+    cmn_t* cmn = ps_get_feat(mDecoder)->cmn_struct;
+    for (int i = 0; i < cmn->veclen; ++i) {
+        cmn->cmn_mean[i] = mStoredMean[static_cast<size_t>(i)];
+        cmn->sum[i] = 0;
+    }
+    cmn->nframe = 0;
+}
+
+bool Recognizer::measureCepstralMean(const int16_t* samples, size_t count) {
+    // A front end of its own: feeding these samples through the decoder's would disturb its
+    // overlap buffer and noise estimate. Frame by frame, so that no frame buffer is needed.
+    if (mMeasuringFrontEnd == nullptr) return false;
+    std::fill(mSum.begin(), mSum.end(), 0.0);
+    int frames = 0;
+    mfcc_t* row = mCepstrum.data();
+    auto add = [&] {
+        if (row[0] < 0) return;  // no energy: PocketSphinx's own mean skips these too
+        for (size_t i = 0; i < mSum.size(); ++i) mSum[i] += row[i];
+        ++frames;
+    };
+    // Each measurement starts afresh (noise estimate included): the same samples always give the
+    // same mean.
+    fe_start_stream(mMeasuringFrontEnd);
+    fe_start_utt(mMeasuringFrontEnd);
+    const int16* next = samples;
+    size_t left = count;
+    while (left > 0) {
+        int32 produced = 1;
+        if (fe_process_frames(mMeasuringFrontEnd, &next, &left, &row, &produced, nullptr) < 0) {
+            break;
+        }
+        if (produced == 1) add();
+        if (produced == 0 && left > 0) break;  // cannot happen: a guard against a stuck loop
+    }
+    int32 last = 0;
+    fe_end_utt(mMeasuringFrontEnd, row, &last);
+    if (last == 1) add();
+    if (frames == 0) return false;
+    std::vector<float>& mean = mCepstrum;  // reused: the frame is no longer needed
+    for (size_t i = 0; i < mSum.size(); ++i) mean[i] = static_cast<float>(mSum[i] / frames);
+    cmn_live_set(ps_get_feat(mDecoder)->cmn_struct, mean.data());
+    return true;
 }
 
 bool Recognizer::addWord(const std::string& word, const std::string& phones) {

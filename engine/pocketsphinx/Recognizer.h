@@ -22,6 +22,7 @@
 
 typedef struct ps_decoder_s ps_decoder_t;
 typedef struct cmd_ln_s cmd_ln_t;
+typedef struct fe_s fe_t;
 
 namespace norvo_ps {
 
@@ -74,6 +75,18 @@ class Recognizer {
     // detectionDelayFrames), oldest first.
     void segments(std::vector<Segment>* out);
 
+    // The cepstral mean the features are normalised by. PocketSphinx starts from the model's
+    // stored value and replaces it with the mean of the audio heard at the first end of an
+    // utterance, or after 8 s: until then a voice or microphone far from the model's training data
+    // is heard through the wrong mean. resetCepstralMean() goes back to that start (as a new
+    // recognizer would have it). measureCepstralMean() sets the mean to that of these samples'
+    // own cepstra (frames with no energy left out, as PocketSphinx does), weighted as 5 s of
+    // audio, so that later audio moves it gradually; false, leaving the mean as it was, when no
+    // frame counts. Either takes effect from the next samples processed, and does nothing for a
+    // model without mean normalisation. Neither allocates memory of its own.
+    void resetCepstralMean();
+    bool measureCepstralMean(const int16_t* samples, size_t count);
+
     int samplesPerFrame() const { return mSamplesPerFrame; }
     bool inUtterance() const { return mInUtterance; }
 
@@ -82,6 +95,10 @@ class Recognizer {
 
     cmd_ln_t* mConfig = nullptr;
     ps_decoder_t* mDecoder = nullptr;
+    fe_t* mMeasuringFrontEnd = nullptr;  // the decoder's front-end settings, its own state
+    std::vector<float> mStoredMean;      // the model's start value
+    std::vector<float> mCepstrum;        // scratch: one frame
+    std::vector<double> mSum;            // scratch: the measured frames' sum
     int mSamplesPerFrame = 160;
     bool mInUtterance = false;
 };
