@@ -21,9 +21,9 @@ while [ $# -gt 0 ]; do
 done
 [ ${#targets[@]} -eq 0 ] && targets=(model_json model_attributes wav_injection manifest)
 
-bash scripts/setup.sh >/dev/null
 mkdir -p build-fuzz
 rm -f build-fuzz/problems.txt
+bash scripts/setup.sh >/dev/null
 echo "fuzz: building the targets (build-fuzz/)"
 CC=clang CXX=clang++ cmake -S . -B build-fuzz -DWWS_FUZZ=ON -DWWS_BUILD_TESTS=OFF \
   -DWWS_SANITIZE=address,undefined -DCMAKE_BUILD_TYPE=RelWithDebInfo >/dev/null
@@ -44,7 +44,7 @@ for name in "${targets[@]}"; do
   mkdir -p "$corpus" "$findings"
   log=build-fuzz/$name.log
   echo "fuzz: $name: running (${limit[0]#-})"
-  touch "$log.started"
+  ls "$findings" >"$log.before"
   if ASAN_OPTIONS=detect_leaks=1 UBSAN_OPTIONS=print_stacktrace=1:halt_on_error=1 \
      "build-fuzz/fuzz/fuzz_$name" "${limit[@]}" "${options[@]}" -print_final_stats=1 \
        -artifact_prefix="$findings/" "$corpus" "fuzz/corpus/$name" >"$log" 2>&1; then
@@ -55,11 +55,11 @@ for name in "${targets[@]}"; do
     # CI keeps only this output, not the tree: the reason and the input itself go in the report.
     {
       echo "fuzz: $name: FOUND A PROBLEM; full output in $log"
-      grep -E '^(==[0-9]+==ERROR|SUMMARY|fuzz check failed|==[0-9]+== ERROR: libFuzzer)' "$log" |
-        head -3 | sed 's/^/  /'
-      for unit in $(find "$findings" -type f -newer "$log.started"); do
-        echo "  input $unit, $(stat -c %s "$unit") bytes, as base64:"
-        head -c 4096 "$unit" | base64 -w 100 | sed 's/^/    /'
+      { grep -E '^(==[0-9]+==ERROR|SUMMARY|fuzz check failed|==[0-9]+== ERROR: libFuzzer)' "$log" ||
+          echo "(no error line: see the log)"; } | head -3 | sed 's/^/  /'
+      for unit in $(ls "$findings" | grep -vxF -f "$log.before" || true); do
+        echo "  input $findings/$unit, $(stat -c %s "$findings/$unit") bytes, as base64:"
+        base64 -w 100 "$findings/$unit" | sed 's/^/    /'
       done
     } | tee -a build-fuzz/problems.txt >&2
   fi

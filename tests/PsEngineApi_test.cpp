@@ -274,7 +274,7 @@ TEST_F(PsEngineApi, ResultsComeOnTheDecoderThreadToTheSampleOnTheCallersScale) {
         const char* detail;
         int64_t begin, end;
     } expected[] = {{false, "PURPLE_ELEPHANT", "purple elephant", 12000, 27199},
-                    {true, "STOP", "stop", 42240, 49759}};
+                    {true, "STOP", "stop", 42400, 49759}};
     for (size_t i = 0; i < 2; ++i) {
         const Heard& r = results[i];
         EXPECT_EQ(expected[i].localCommand, r.localCommand);

@@ -30,9 +30,15 @@ std::unique_ptr<KeywordSpotter> KeywordSpotter::create(std::shared_ptr<const Mod
     spotter->mModelSet = std::move(modelSet);
     spotter->mKeywords = keywords;
     spotter->mHistory.assign(static_cast<size_t>(kHistorySamples), 0);
-    spotter->mLeadInSamples.assign(
-            static_cast<size_t>(kLeadInFrames * spotter->mRecognizer->samplesPerFrame()), 0);
-    spotter->mMeanSamples.assign(static_cast<size_t>(kMeanLeadSamples + kMeanSoundSamples), 0);
+    // The lead-in: the noise floor alone, at its level for the speech level assumed before any
+    // audio, the same samples for every stream (so that what a stream hears depends only on the
+    // audio, not on how the caller cut it).
+    const size_t leadIn = static_cast<size_t>(kLeadInFrames * spotter->mRecognizer->samplesPerFrame());
+    NoiseFloor floor;
+    floor.reset();
+    floor.setLevel(AudioLevels::kInitialSpeechDbfs, 0);
+    spotter->mMeanSamples.assign(leadIn + static_cast<size_t>(kMeanLeadSamples + kMeanSoundSamples), 0);
+    for (size_t i = 0; i < leadIn; ++i) spotter->mMeanSamples[i] = floor.next(0);
     spotter->mFloorOnly.assign(static_cast<size_t>(spotter->mRecognizer->samplesPerFrame()), 0);
     return spotter;
 }
@@ -87,22 +93,21 @@ void KeywordSpotter::beginStream(int64_t from, Mean mean, int64_t meanBegin, int
     // The restart has ended the utterance, at which PocketSphinx updates the mean itself: a mean
     // of ours is set after it.
     if (mean == Mean::kReset) mRecognizer->resetCepstralMean();
+    const size_t leadIn = static_cast<size_t>(kLeadInFrames * mRecognizer->samplesPerFrame());
     if (mean == Mean::kMeasure) {
+        // Measured after the same lead-in, so that the front end's noise estimate starts as the
+        // decoder's does.
         const int64_t capacity = static_cast<int64_t>(mHistory.size());
         for (int64_t i = meanBegin; i < meanEnd; ++i) {
-            mMeanSamples[static_cast<size_t>(i - meanBegin)] =
+            mMeanSamples[leadIn + static_cast<size_t>(i - meanBegin)] =
                     mHistory[static_cast<size_t>(i % capacity)];
         }
         mRecognizer->measureCepstralMean(mMeanSamples.data(),
-                                         static_cast<size_t>(meanEnd - meanBegin));
+                                         leadIn + static_cast<size_t>(meanEnd - meanBegin), leadIn);
     }
-    // The lead-in: the noise floor alone, for the speech level heard so far, the same every time.
-    mLeadIn.reset();
-    mLeadIn.setLevel(mLevels.speechDbfs(), 0);
-    for (int16_t& sample : mLeadInSamples) sample = mLeadIn.next(0);
-    mRecognizer->process(mLeadInSamples.data(), mLeadInSamples.size());
+    mRecognizer->process(mMeanSamples.data(), leadIn);
     mStreamStart = from;
-    mBase = from - static_cast<int64_t>(mLeadInSamples.size());
+    mBase = from - static_cast<int64_t>(leadIn);
     mFed = from;
 }
 
@@ -169,10 +174,10 @@ bool KeywordSpotter::measureMeanWhenDue(bool final) {
     mMeanMeasured = true;
     const int64_t begin = std::max(mFirstSound - kMeanLeadSamples, mHistoryStart);
     const int64_t end = std::min(mFed, mFirstSound + kMeanSoundSamples);
-    // Decoded again from the stretch's start, or from the stream's start when that came later
-    // (what lies before it was reported already). Phrases already reported stay reported
-    // (mReported).
-    beginStream(std::max(begin, mStreamStart), Mean::kMeasure, begin, end);
+    // Decoded again from the stretch's start, or from the stream's start or the last report's end
+    // when that came later: what lies before them was reported already, and a phrase decoded
+    // again after its report would be reported again once mReported has forgotten it.
+    beginStream(std::max({begin, mStreamStart, mReportedEnd + 1}), Mean::kMeasure, begin, end);
     return true;
 }
 

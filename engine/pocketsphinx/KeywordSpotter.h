@@ -31,7 +31,7 @@ struct Detection {
     size_t keyword = 0;       // index into the model set's keywords()
     int64_t beginSample = 0;  // first sample of the phrase, on the caller's scale
     int64_t endSample = 0;    // last sample of the phrase, inclusive
-    int startFrame = 0;       // recognizer frames within its current stream
+    int startFrame = 0;       // recognizer frames within its current stream, lead-in included
     int endFrame = 0;
     double scoreLog10 = 0;  // see Recognizer; at least log10 of the keyword's threshold
     int64_t decidedAt = 0;  // one past the last sample heard when the report was made
@@ -103,7 +103,8 @@ class KeywordSpotter {
     // What a new stream does with the cepstral mean: keeps it, goes back to the model's, or
     // measures it over history samples [meanBegin, meanEnd).
     enum class Mean { kKeep, kReset, kMeasure };
-    // Starts a recognizer stream whose audio begins at sample from, with the lead-in before it.
+    // Starts a recognizer stream whose audio begins at sample from, with the lead-in (the first
+    // kLeadInFrames of mMeanSamples) before it.
     void beginStream(int64_t from, Mean mean, int64_t meanBegin = 0, int64_t meanEnd = 0);
     // Once the session's first sound has been decoded long enough (or the session ends, when
     // final), measures the cepstral mean over it and restarts the recognizer just before it:
@@ -137,9 +138,8 @@ class KeywordSpotter {
     bool mEnding = false;  // endSession() is decoding past the audio's end
     int64_t mFirstSound = -1;  // first sample of the session's first sound; -1 before it
     bool mMeanMeasured = false;
-    std::vector<int16_t> mMeanSamples;  // scratch: the stretch the mean is measured over
-    NoiseFloor mLeadIn;                  // the lead-in's generator, reset for every stream
-    std::vector<int16_t> mLeadInSamples;  // scratch
+    // The lead-in (fixed), then room for the stretch the mean is measured over (scratch).
+    std::vector<int16_t> mMeanSamples;
     int64_t mHistoryStart = 0;
 
     // Recent reports. The recognizer lists a detection again and again until it restarts; where it

@@ -145,7 +145,7 @@ void Recognizer::resetCepstralMean() {
     cmn->nframe = 0;
 }
 
-bool Recognizer::measureCepstralMean(const int16_t* samples, size_t count) {
+bool Recognizer::measureCepstralMean(const int16_t* samples, size_t count, size_t unheeded) {
     // A front end of its own: feeding these samples through the decoder's would disturb its
     // overlap buffer and noise estimate. Frame by frame, so that no frame buffer is needed.
     if (mMeasuringFrontEnd == nullptr) return false;
@@ -168,7 +168,8 @@ bool Recognizer::measureCepstralMean(const int16_t* samples, size_t count) {
         if (fe_process_frames(mMeasuringFrontEnd, &next, &left, &row, &produced, nullptr) < 0) {
             break;
         }
-        if (produced == 1) add();
+        // A frame that ends within the unheeded samples does not count.
+        if (produced == 1 && static_cast<size_t>(next - samples) > unheeded) add();
         if (produced == 0 && left > 0) break;  // cannot happen: a guard against a stuck loop
     }
     int32 last = 0;

@@ -83,9 +83,12 @@ class Recognizer {
     // own cepstra (frames with no energy left out, as PocketSphinx does), weighted as 5 s of
     // audio, so that later audio moves it gradually; false, leaving the mean as it was, when no
     // frame counts. Either takes effect from the next samples processed, and does nothing for a
-    // model without mean normalisation. Neither allocates memory of its own.
+    // model without mean normalisation. PocketSphinx's front end allocates as it goes (on every
+    // frame, as when decoding); nothing else does.
+    // The first unheeded samples only prime the measuring front end, as the same lead-in primes
+    // the decoder's; their frames do not count.
     void resetCepstralMean();
-    bool measureCepstralMean(const int16_t* samples, size_t count);
+    bool measureCepstralMean(const int16_t* samples, size_t count, size_t unheeded);
 
     int samplesPerFrame() const { return mSamplesPerFrame; }
     bool inUtterance() const { return mInUtterance; }
